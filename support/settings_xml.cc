@@ -1,0 +1,166 @@
+#include "support/settings_xml.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+#include <vector>
+
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/framework/MemBufFormatTarget.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/parsers/XercesDOMParser.hpp>
+#include <xercesc/sax/ErrorHandler.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+namespace Marlowen {
+
+namespace xc = XERCES_CPP_NAMESPACE;
+
+namespace {
+
+// Counts problems instead of throwing, so that a bad file simply yields no
+// usable document.
+class CountingErrorHandler final : public xc::ErrorHandler {
+ public:
+  void warning(const xc::SAXParseException&) override {}
+  void error(const xc::SAXParseException&) override { ++errors_; }
+  void fatalError(const xc::SAXParseException&) override { ++errors_; }
+  void resetErrors() override { errors_ = 0; }
+  int errors() const { return errors_; }
+
+ private:
+  int errors_ = 0;
+};
+
+bool ReadWholeFile(const std::string& path, std::vector<char>& bytes) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char chunk[65536];
+  for (;;) {
+    const ssize_t n = read(fd, chunk, sizeof chunk);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      close(fd);
+      return false;
+    }
+    if (n == 0) break;
+    bytes.insert(bytes.end(), chunk, chunk + n);
+  }
+  close(fd);
+  return true;
+}
+
+bool IsContainer(const xc::DOMNode* node) {
+  if (node->getNodeType() != xc::DOMNode::ELEMENT_NODE) return false;
+  const XMLCh* tag = node->getNodeName();
+  return xc::XMLString::equals(tag, u"Marlowen_Settings") || xc::XMLString::equals(tag, u"Group") ||
+         xc::XMLString::equals(tag, u"Struct") || xc::XMLString::equals(tag, u"Array") ||
+         xc::XMLString::equals(tag, u"StringList");
+}
+
+bool IsBlankText(const xc::DOMNode* node) {
+  if (node->getNodeType() != xc::DOMNode::TEXT_NODE) return false;
+  for (const XMLCh* c = node->getNodeValue(); c && *c; ++c) {
+    if (*c != u' ' && *c != u'\t' && *c != u'\r' && *c != u'\n') return false;
+  }
+  return true;
+}
+
+void DropLayoutWhitespace(xc::DOMNode* node) {
+  const bool container = IsContainer(node);
+  xc::DOMNode* child = node->getFirstChild();
+  while (child) {
+    xc::DOMNode* next = child->getNextSibling();
+    if (container && IsBlankText(child)) {
+      node->removeChild(child)->release();
+    } else if (child->getNodeType() == xc::DOMNode::ELEMENT_NODE) {
+      DropLayoutWhitespace(child);
+    }
+    child = next;
+  }
+}
+
+}  // namespace
+
+bool EnsureXmlPlatform() {
+  static std::once_flag once;
+  static bool started = false;
+  std::call_once(once, [] {
+    try {
+      xc::XMLPlatformUtils::Initialize();
+      started = true;
+    } catch (const xc::XMLException&) {
+      started = false;
+    }
+  });
+  return started;
+}
+
+SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& document) {
+  document = nullptr;
+  std::vector<char> bytes;
+  if (!ReadWholeFile(utf8Path, bytes)) return SettingsParse::kNoFile;
+  if (bytes.empty() || !EnsureXmlPlatform()) return SettingsParse::kNotWhole;
+
+  xc::XercesDOMParser parser;
+  parser.setValidationScheme(xc::XercesDOMParser::Val_Never);
+  parser.setDoNamespaces(false);
+  parser.setLoadExternalDTD(false);
+  parser.setCreateEntityReferenceNodes(false);
+  // A settings file has no business pulling in other files.
+  parser.setDisableDefaultEntityResolution(true);
+  CountingErrorHandler errors;
+  parser.setErrorHandler(&errors);
+  xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
+                               "settings", false);
+  try {
+    parser.parse(source);
+  } catch (...) {
+    return SettingsParse::kNotWhole;
+  }
+  if (errors.errors() > 0 || parser.getErrorCount() > 0) return SettingsParse::kNotWhole;
+  document = parser.adoptDocument();
+  if (!document) return SettingsParse::kNotWhole;
+  DropLayoutWhitespace(document);
+  return SettingsParse::kParsed;
+}
+
+xc::DOMDocument* NewSettingsDocument(const char16_t* rootTag) {
+  if (!EnsureXmlPlatform()) return nullptr;
+  try {
+    xc::DOMImplementation* impl = xc::DOMImplementationRegistry::getDOMImplementation(u"Core");
+    if (!impl) return nullptr;
+    return impl->createDocument(nullptr, rootTag, nullptr);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+bool SerializeSettingsDocument(xc::DOMDocument* document, std::string& text) {
+  if (!document || !EnsureXmlPlatform()) return false;
+  try {
+    xc::DOMImplementation* impl = xc::DOMImplementationRegistry::getDOMImplementation(u"LS");
+    if (!impl) return false;
+    xc::DOMLSSerializer* serializer = impl->createLSSerializer();
+    xc::DOMLSOutput* output = impl->createLSOutput();
+    serializer->getDomConfig()->setParameter(xc::XMLUni::fgDOMWRTFormatPrettyPrint, true);
+    xc::MemBufFormatTarget target;
+    output->setByteStream(&target);
+    output->setEncoding(u"UTF-8");
+    const bool written = serializer->write(document, output);
+    output->release();
+    serializer->release();
+    if (!written) return false;
+    text.assign(reinterpret_cast<const char*>(target.getRawBuffer()), target.getLen());
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+}  // namespace Marlowen

@@ -1,0 +1,40 @@
+// The XML library seam of the settings store: start-up, parsing a file into
+// a document, and writing a document out.
+#pragma once
+
+#include <string>
+
+#include <xercesc/util/XercesDefs.hpp>
+
+XERCES_CPP_NAMESPACE_BEGIN
+class DOMDocument;
+class DOMElement;
+class DOMNode;
+XERCES_CPP_NAMESPACE_END
+
+namespace Marlowen {
+
+// Starts the XML library once per process; false if it can't be started.
+// It is never shut down, as other layers may hold documents to the end.
+bool EnsureXmlPlatform();
+
+enum class SettingsParse {
+  kNoFile,     // the file can't be opened: absent or unreadable
+  kNotWhole,   // it can be read but is not well-formed XML
+  kParsed,
+};
+
+// Parses the file at `utf8Path`. On kParsed, `document` receives a document
+// that the caller owns (release()); otherwise it is null. Whitespace-only
+// text between elements of the store is dropped, so that a rewritten file
+// keeps its layout instead of gaining blank lines.
+SettingsParse ParseSettingsFile(const std::string& utf8Path, XERCES_CPP_NAMESPACE::DOMDocument*& document);
+
+// A new document with only the empty root element `rootTag`; null on failure.
+XERCES_CPP_NAMESPACE::DOMDocument* NewSettingsDocument(const char16_t* rootTag);
+
+// The document as indented UTF-8 text with an XML declaration; false if the
+// serializer refuses it.
+bool SerializeSettingsDocument(XERCES_CPP_NAMESPACE::DOMDocument* document, std::string& text);
+
+}  // namespace Marlowen
