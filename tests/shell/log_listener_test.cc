@@ -1,0 +1,190 @@
+// The real ml-log-listener binary, run in a test root: what it prints for the
+// records that the log client sends, and how it starts and ends.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+#include <optional>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "shell/log_client.h"
+#include "test_root.h"
+
+namespace {
+
+constexpr int kLineTimeoutMs = 10000;
+
+// The listener as a child process with its stdout and stderr on pipes.
+class ListenerProcess {
+ public:
+  explicit ListenerProcess(const std::vector<std::string>& arguments) {
+    int out[2];
+    int err[2];
+    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return;
+    std::vector<std::string> all{ML_LOG_LISTENER_PATH};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& a : all) argv.push_back(a.data());
+    argv.push_back(nullptr);
+
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(out[1], 1);
+      dup2(err[1], 2);
+      execv(argv[0], argv.data());
+      _exit(127);
+    }
+    close(out[1]);
+    close(err[1]);
+    out_ = out[0];
+    err_ = err[0];
+  }
+
+  ~ListenerProcess() {
+    if (pid_ > 0) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+    if (out_ >= 0) close(out_);
+    if (err_ >= 0) close(err_);
+  }
+
+  std::optional<std::string> OutLine() { return ReadLine(out_); }
+  std::optional<std::string> ErrLine() { return ReadLine(err_); }
+
+  void Signal(int number) { kill(pid_, number); }
+
+  // The exit status, or -1 if it didn't exit normally.
+  int Wait() {
+    int status = 0;
+    const pid_t done = waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return done > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  static std::optional<std::string> ReadLine(int fd) {
+    std::string line;
+    for (;;) {
+      pollfd wait{fd, POLLIN, 0};
+      if (poll(&wait, 1, kLineTimeoutMs) != 1) return std::nullopt;
+      char c;
+      if (read(fd, &c, 1) != 1) return std::nullopt;
+      if (c == '\n') return line;
+      line += c;
+    }
+  }
+
+  pid_t pid_ = -1;
+  int out_ = -1;
+  int err_ = -1;
+};
+
+class LogListenerTest : public ::testing::Test {
+ protected:
+  void SetUp() override { Forget(); }
+  void TearDown() override { Forget(); }
+  static void Forget() {
+    if (LogMailslotHandle > 0) close(LogMailslotHandle);
+    LogMailslotHandle = 0;
+  }
+  std::string Endpoint() const { return root_.Path("run/marlowen/MLLog.1"); }
+
+  testing_support::TestRoot root_;
+};
+
+std::time_t PrintedTime(const std::string& line) {
+  std::tm tm{};
+  const char* end = strptime(line.c_str(), "%Y-%m-%d %H:%M:%S", &tm);
+  return end ? timegm(&tm) : -1;
+}
+
+TEST_F(LogListenerTest, PrintsOneLinePerRecordAndEndsAfterTheCount) {
+  ListenerProcess listener({"--root", root_.path(), "--count", "2"});
+  ASSERT_EQ(listener.ErrLine(), "ml-log-listener: listening on " + Endpoint());
+
+  struct stat status {};
+  ASSERT_EQ(stat(Endpoint().c_str(), &status), 0);
+  EXPECT_TRUE(S_ISSOCK(status.st_mode));
+  EXPECT_EQ(status.st_mode & 0777, 0666u);
+
+  const std::time_t before = std::time(nullptr);
+  EXPECT_EQ(LogCrashReporting(kLogError, u"Upload failed\nstatus 503 \u00E9"), 1);
+  EXPECT_EQ(LogMessage(kLogInformation, 0, u"Tool", u"Setup", u"ready", u"/opt/x/tool"), 1);
+  const std::time_t after = std::time(nullptr);
+
+  const std::optional<std::string> first = listener.OutLine();
+  ASSERT_TRUE(first.has_value());
+  EXPECT_TRUE(std::regex_match(
+      *first, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} UTC \| error \| Marlowen \| )"
+                         R"(Crash Reporting \| Upload failed\\nstatus 503 \xC3\xA9)")))
+      << *first;
+  EXPECT_GE(PrintedTime(*first), before);
+  EXPECT_LE(PrintedTime(*first), after);
+
+  const std::optional<std::string> second = listener.OutLine();
+  ASSERT_TRUE(second.has_value());
+  EXPECT_EQ(second->substr(27), " | information | Tool | Setup | ready [origin: /opt/x/tool]");
+
+  EXPECT_EQ(listener.Wait(), 0);
+  EXPECT_FALSE(testing_support::PathExists(Endpoint()));
+}
+
+TEST_F(LogListenerTest, TermSignalEndsItCleanlyAndTheRootComesFromTheEnvironment) {
+  ListenerProcess listener({});
+  ASSERT_EQ(listener.ErrLine(), "ml-log-listener: listening on " + Endpoint());
+  listener.Signal(SIGTERM);
+  EXPECT_EQ(listener.Wait(), 0);
+  EXPECT_FALSE(testing_support::PathExists(Endpoint()));
+  EXPECT_EQ(LogCrashReporting(kLogInformation, u"after"), 0);
+}
+
+TEST_F(LogListenerTest, LeftoverSocketIsReplacedButALiveListenerIsNot) {
+  // What a killed listener leaves: a socket file that nobody is bound to.
+  testing_support::MakeFolders(root_.Path("run/marlowen"));
+  const int stale = socket(AF_UNIX, SOCK_DGRAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, Endpoint().c_str(), sizeof(address.sun_path) - 1);
+  ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  close(stale);
+
+  ListenerProcess first({"--count", "1"});
+  ASSERT_EQ(first.ErrLine(), "ml-log-listener: listening on " + Endpoint());
+
+  ListenerProcess second({"--count", "1"});
+  EXPECT_EQ(second.ErrLine(), "ml-log-listener: Another listener is bound at " + Endpoint());
+  EXPECT_EQ(second.Wait(), 1);
+
+  EXPECT_EQ(LogCrashReporting(kLogWarning, u"still there"), 1);
+  const std::optional<std::string> line = first.OutLine();
+  ASSERT_TRUE(line.has_value());
+  EXPECT_NE(line->find("| warning | Marlowen | Crash Reporting | still there"), std::string::npos);
+  EXPECT_EQ(first.Wait(), 0);
+}
+
+TEST_F(LogListenerTest, BadCommandLineIsRefusedWithUsage) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"--count", "0"}, {"--count", "x1"}, {"--root"}, {"--verbose"}}) {
+    ListenerProcess listener(arguments);
+    const std::optional<std::string> line = listener.ErrLine();
+    ASSERT_TRUE(line.has_value());
+    EXPECT_EQ(line->rfind("ml-log-listener: ", 0), 0u) << *line;
+    EXPECT_EQ(listener.Wait(), 2);
+  }
+  EXPECT_FALSE(testing_support::PathExists(Endpoint()));
+}
+
+}  // namespace
