@@ -1,0 +1,254 @@
+// Registry reads and writes against real registry files in a test root: the
+// path-form rules, value types, encodings, and files that are missing or
+// damaged.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/machine_paths.h"
+#include "shell/registry.h"
+#include "shell/registry_file.h"
+#include "test_root.h"
+
+namespace {
+
+using testing_support::ReadFileText;
+using testing_support::TestRoot;
+
+const char kMachineFile[] =
+    "Windows Registry Editor Version 5.00\r\n"
+    "\r\n"
+    "; written by the install\r\n"
+    "[HKEY_LOCAL_MACHINE]\r\n"
+    "\"AtRoot\"=\"root value\"\r\n"
+    "\r\n"
+    "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\r\n"
+    "@=\"/opt/vendor/app\"\r\n"
+    "\"Path\"=\"/opt/vendor\"\r\n"
+    "\"Quoted\"=\"say \\\"hi\\\" to C:\\\\dir\"\r\n"
+    "\"Count\"=dword:0000002a\r\n"
+    "\"Blob\"=hex:01,02,03\r\n"
+    // "%HOME%/x" as UTF-16LE with its terminating zero, over two lines.
+    "\"Expand\"=hex(2):25,00,48,00,4f,00,4d,00,45,00,25,00,2f,00,\\\r\n"
+    "  78,00,00,00\r\n"
+    // "ab" stored without a terminating zero.
+    "\"Unterminated\"=hex(1):61,00,62,00\r\n"
+    "\"Empty\"=\"\"\r\n"
+    "\"NoBytes\"=hex(1):\r\n"
+    "\r\n"
+    "[HKEY_CURRENT_USER\\SOFTWARE\\Vendor\\App]\r\n"
+    "\"Path\"=\"user path\"\r\n"
+    "\r\n"
+    "[HKEY_CLASSES_ROOT\\Vendor]\r\n"
+    "\"Path\"=\"classes path\"\r\n"
+    "[HKEY_CURRENT_CONFIG\\Vendor]\r\n"
+    "\"Path\"=\"config path\"\r\n";
+
+void WriteRegistry(const std::string& bytes) {
+  const std::string path = platform::RegistryFilePath();
+  testing_support::MakeFolders(path.substr(0, path.rfind('/')));
+  testing_support::WriteFileText(path, bytes);
+}
+
+struct ReadCase {
+  const char* label;
+  const char16_t* pathForm;
+  const char16_t* valueName;
+  const char16_t* expected;
+};
+
+class RegistryReadTest : public testing::TestWithParam<ReadCase> {
+ protected:
+  TestRoot root_;
+};
+
+TEST_P(RegistryReadTest, ReadsMachineFile) {
+  WriteRegistry(kMachineFile);
+  const ReadCase& c = GetParam();
+  EXPECT_EQ(ReadRegistryString(c.pathForm, c.valueName), WideString(c.expected)) << c.label;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, RegistryReadTest,
+    testing::Values(
+        ReadCase{"default value", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"", u"/opt/vendor/app"},
+        ReadCase{"named value", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
+        ReadCase{"names without case", u"\\\\HKLM\\software\\VENDOR\\app", u"pATH",
+                 u"/opt/vendor"},
+        ReadCase{"escapes", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Quoted",
+                 u"say \"hi\" to C:\\dir"},
+        ReadCase{"current user", u"\\\\HKCU\\SOFTWARE\\Vendor\\App", u"Path", u"user path"},
+        ReadCase{"classes root", u"\\\\HKCR\\Vendor", u"Path", u"classes path"},
+        ReadCase{"current config", u"\\\\HKCC\\Vendor", u"Path", u"config path"},
+        ReadCase{"lower-case prefix falls to the machine", u"\\\\hkcu\\SOFTWARE\\Vendor\\App",
+                 u"Path", u"/opt/vendor"},
+        ReadCase{"unknown prefix falls to the machine", u"XXXXXX\\SOFTWARE\\Vendor\\App",
+                 u"Path", u"/opt/vendor"},
+        ReadCase{"bar as seventh character", u"\\\\HKLM|SOFTWARE\\Vendor\\App", u"Path",
+                 u"/opt/vendor"},
+        ReadCase{"six characters open the root", u"\\\\HKLM", u"AtRoot", u"root value"},
+        ReadCase{"seven characters open the root", u"\\\\HKLM\\", u"AtRoot", u"root value"},
+        ReadCase{"dword reads empty", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Count", u""},
+        ReadCase{"binary reads empty", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Blob", u""},
+        ReadCase{"expandable text unexpanded", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Expand",
+                 u"%HOME%/x"},
+        ReadCase{"text without terminator", u"\\\\HKLM\\SOFTWARE\\Vendor\\App",
+                 u"Unterminated", u"ab"},
+        ReadCase{"empty text", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Empty", u""},
+        ReadCase{"zero bytes", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"NoBytes", u""},
+        ReadCase{"missing value", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Nothing", u""},
+        ReadCase{"missing key", u"\\\\HKLM\\SOFTWARE\\Other", u"Path", u""},
+        ReadCase{"parent key has no values", u"\\\\HKLM\\SOFTWARE\\Vendor", u"Path", u""},
+        ReadCase{"empty form is the machine root", u"", u"AtRoot", u"root value"}),
+    [](const testing::TestParamInfo<ReadCase>& info) { return std::to_string(info.index); });
+
+TEST(RegistryPathTest, SplitsPrefixAndSubKey) {
+  RegistryRoot root;
+  WideString subKey;
+  ParseRegistryPath(u"\\\\HKCU\\A\\B", root, subKey);
+  EXPECT_EQ(root, RegistryRoot::kCurrentUser);
+  EXPECT_EQ(subKey, u"A\\B");
+  ParseRegistryPath(u"\\\\HKCR", root, subKey);
+  EXPECT_EQ(root, RegistryRoot::kClassesRoot);
+  EXPECT_EQ(subKey, u"");
+  ParseRegistryPath(u"\\\\HK", root, subKey);
+  EXPECT_EQ(root, RegistryRoot::kLocalMachine);
+  EXPECT_EQ(subKey, u"");
+  ParseRegistryPath(u"\\\\HKCC?X", root, subKey);
+  EXPECT_EQ(root, RegistryRoot::kCurrentConfig);
+  EXPECT_EQ(subKey, u"X");
+}
+
+class RegistryFileTest : public testing::Test {
+ protected:
+  TestRoot root_;
+};
+
+TEST_F(RegistryFileTest, MissingOrDamagedFileReadsAsEmpty) {
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u""), u"");
+
+  const std::vector<std::string> damaged = {
+      std::string("\x00\xff\x13garbage\x01", 11),
+      "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n"
+      "@=\"/opt/vendor/app\"\nthis line means nothing\n",
+      "[HKEY_NOWHERE\\X]\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=\"/opt/vendor/app\"\n",
+      "@=\"value before any key\"\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=\"x\"\n",
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=\"unterminated\n",
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=hex:01,zz\n\"Path\"=\"p\"\n",
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n\"Path\"=\"p\"\n\"B\"=hex:01,\\\n",
+  };
+  for (const std::string& bytes : damaged) {
+    WriteRegistry(bytes);
+    EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u""), u"") << bytes;
+    EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Path"), u"") << bytes;
+  }
+}
+
+TEST_F(RegistryFileTest, ReadsUtf16AndOldFormat) {
+  std::string text =
+      "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\r\n"
+      "\"Name\"=\"gr\xC3\xBC\xC3\x9F\"\r\n";
+  std::u16string wide = u"\uFEFF" + Utf8ToWide(text);
+  std::string bytes;
+  for (char16_t c : wide) {
+    bytes += static_cast<char>(c & 0xFF);
+    bytes += static_cast<char>(c >> 8);
+  }
+  WriteRegistry(bytes);
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor", u"Name"), u"gr\u00FC\u00DF");
+
+  WriteRegistry("\xEF\xBB\xBF" + text);
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor", u"Name"), u"gr\u00FC\u00DF");
+
+  // The old format keeps expandable text in 8-bit bytes.
+  WriteRegistry(
+      "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\n"
+      "\"Expand\"=hex(2):25,54,4d,50,25,00\n");
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor", u"Expand"), u"%TMP%");
+}
+
+TEST_F(RegistryFileTest, LaterDefinitionsAndDeletionsWin) {
+  WriteRegistry(
+      "Windows Registry Editor Version 5.00\n"
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"first\"\n\"W\"=\"kept\"\n"
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"second\"\n\"W\"=-\n"
+      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\B\\C]\n\"V\"=\"c\"\n"
+      "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\B]\n");
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\A", u"V"), u"second");
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\A", u"W"), u"");
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\B\\C", u"V"), u"");
+}
+
+TEST_F(RegistryFileTest, WriterCreatesFileThatReadsBack) {
+  const WideString form = u"\\\\HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App Paths\\"
+                          u"MLCrashReporter.exe";
+  ASSERT_TRUE(WriteRegistryString(form, u"", u"/opt/marlowen/bin/MLCrashReporter"));
+  ASSERT_TRUE(WriteRegistryString(form, u"Path", u"/opt/marlowen/lib \"x\"\\"));
+  EXPECT_EQ(ReadRegistryString(form, u""), u"/opt/marlowen/bin/MLCrashReporter");
+  EXPECT_EQ(ReadRegistryString(form, u"Path"), u"/opt/marlowen/lib \"x\"\\");
+  EXPECT_EQ(ReadFileText(platform::RegistryFilePath()),
+            "Windows Registry Editor Version 5.00\n"
+            "\n"
+            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App Paths\\"
+            "MLCrashReporter.exe]\n"
+            "@=\"/opt/marlowen/bin/MLCrashReporter\"\n"
+            "\"Path\"=\"/opt/marlowen/lib \\\"x\\\"\\\\\"\n");
+
+  // A line break cannot stand in a quoted text; the typed byte form carries it.
+  ASSERT_TRUE(WriteRegistryString(u"\\\\HKLM\\SOFTWARE\\Multi", u"Text", u"a\nb"));
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Multi", u"Text"), u"a\nb");
+}
+
+TEST_F(RegistryFileTest, WriterKeepsTheRestOfTheFile) {
+  WriteRegistry(kMachineFile);
+  ASSERT_TRUE(WriteRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"PATH", u"/new"));
+  ASSERT_TRUE(WriteRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Expand", u"plain"));
+  ASSERT_TRUE(WriteRegistryString(u"\\\\HKCU\\SOFTWARE\\Vendor\\App", u"Added", u"more"));
+
+  std::string expected = kMachineFile;
+  auto replace = [&expected](const std::string& from, const std::string& to) {
+    std::size_t at = expected.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    expected.replace(at, from.size(), to);
+  };
+  replace("\"Path\"=\"/opt/vendor\"\r\n", "\"PATH\"=\"/new\"\r\n");
+  replace(
+      "\"Expand\"=hex(2):25,00,48,00,4f,00,4d,00,45,00,25,00,2f,00,\\\r\n  78,00,00,00\r\n",
+      "\"Expand\"=\"plain\"\r\n");
+  replace("\"Path\"=\"user path\"\r\n", "\"Path\"=\"user path\"\r\n\"Added\"=\"more\"\r\n");
+  EXPECT_EQ(ReadFileText(platform::RegistryFilePath()), expected);
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Count"), u"");
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u""), u"/opt/vendor/app");
+}
+
+TEST_F(RegistryFileTest, WriterRefusesDamagedFileAndKeepsIt) {
+  const std::string damaged = "[HKEY_LOCAL_MACHINE\\X]\nnonsense\n";
+  WriteRegistry(damaged);
+  EXPECT_FALSE(WriteRegistryString(u"\\\\HKLM\\X", u"V", u"v"));
+  EXPECT_EQ(ReadFileText(platform::RegistryFilePath()), damaged);
+}
+
+TEST(RegistryFileObjectTest, KeepsTypesAndBytes) {
+  RegistryFile file;
+  ASSERT_TRUE(file.Parse(
+      "[HKEY_LOCAL_MACHINE\\K]\n\"D\"=dword:ffffffff\n\"Q\"=hex(b):01,00,00,00,00,00,00,80\n"
+      "\"S\"=\"\u00e9\"\n"));
+  const RegistryValue* dword = file.FindValue(u"hkey_local_machine\\k", u"d");
+  ASSERT_NE(dword, nullptr);
+  EXPECT_EQ(dword->type, kRegDword);
+  EXPECT_EQ(dword->data, (std::vector<std::uint8_t>{0xff, 0xff, 0xff, 0xff}));
+  const RegistryValue* qword = file.FindValue(u"HKEY_LOCAL_MACHINE\\K", u"Q");
+  ASSERT_NE(qword, nullptr);
+  EXPECT_EQ(qword->type, 0xbu);
+  EXPECT_EQ(qword->data, (std::vector<std::uint8_t>{1, 0, 0, 0, 0, 0, 0, 0x80}));
+  const RegistryValue* text = file.FindValue(u"HKEY_LOCAL_MACHINE\\K", u"S");
+  ASSERT_NE(text, nullptr);
+  EXPECT_EQ(text->type, kRegString);
+  EXPECT_EQ(text->data, (std::vector<std::uint8_t>{0xe9, 0x00, 0x00, 0x00}));
+
+  EXPECT_FALSE(file.SetString(u"HKEY_NOWHERE\\K", u"V", u"v"));
+  EXPECT_FALSE(file.SetString(u"HKEY_LOCAL_MACHINE\\K", u"bad\nname", u"v"));
+}
+
+}  // namespace
