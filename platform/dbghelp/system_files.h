@@ -1,0 +1,72 @@
+// Small signal-safe helpers over raw system calls: reading whole /proc
+// files of any length, building paths, parsing numbers, reading memory of
+// the dumped address space. No malloc, no stdio, no locks.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace mldbghelp {
+
+class Arena;
+
+// A byte range owned by someone else (usually an arena).
+struct Bytes {
+  const char* data = nullptr;
+  size_t size = 0;
+};
+
+// Reads the whole file; lines may be of any length. A file that can't be
+// opened gives false. The content is followed by a '\0' not counted in size.
+[[nodiscard]] bool ReadWholeFile(Arena* arena, const char* path, Bytes* out);
+
+// Fixed-capacity text builder for paths and short strings; never overflows,
+// reports truncation through ok().
+class TextBuilder final {
+ public:
+  TextBuilder& Add(const char* text);
+  TextBuilder& Add(const char* text, size_t length);
+  TextBuilder& AddDecimal(uint64_t value);
+  const char* c_str() const { return buffer_; }
+  size_t size() const { return length_; }
+  bool ok() const { return ok_; }
+
+ private:
+  char buffer_[512] = {};
+  size_t length_ = 0;
+  bool ok_ = true;
+};
+
+// Iterates over the lines of a text, without the line ends.
+class LineReader final {
+ public:
+  explicit LineReader(Bytes text) : text_(text) {}
+  bool Next(Bytes* line);
+
+ private:
+  Bytes text_;
+  size_t position_ = 0;
+};
+
+// Number parsing that stops at the first character that doesn't fit and
+// advances *cursor past what it used. False when no digit was found.
+bool ParseHex(const char** cursor, const char* end, uint64_t* value);
+bool ParseDecimal(const char** cursor, const char* end, uint64_t* value);
+void SkipSpaces(const char** cursor, const char* end);
+bool StartsWith(Bytes text, const char* prefix);
+
+// Copies size bytes of the dumped address space at address into buffer.
+// The writer always shares that address space, so this reads its own,
+// through the kernel, which reports an unmapped page instead of faulting.
+// Returns the count of bytes read.
+size_t ReadMemory(uint64_t address, void* buffer, size_t size);
+
+// Names of the entries of a folder (getdents64; no opendir, which allocates).
+// Calls visit(name, context) for each entry but "." and "..".
+bool ListFolder(const char* path, void (*visit)(const char* name, void* context), void* context);
+
+// Number of processors from /sys/devices/system/cpu/{present,online}, as a
+// count of the cpu ranges listed there.
+uint32_t CountProcessors(Arena* arena);
+
+}  // namespace mldbghelp
