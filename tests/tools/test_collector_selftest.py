@@ -198,29 +198,40 @@ class RunningCollectorTest(unittest.TestCase):
                 self.assertEqual(tls.getpeercert(binary_form=True), expected)
 
     def test_upload_keeps_zip_body_and_log_line(self):
-        file_name = f"Viewer_20261121093000_{os.getpid()}_1.zip"
-        body, content_type = report_post(AWKWARD_ZIP, file_name)
-        self.assertEqual(self.collector.post(body, content_type), (200, "text/plain", b"OK\n"))
-        entry = self.last_upload()
-        received = self.collector.ready["receivedDir"]
-        with open(os.path.join(received, file_name), "rb") as f:
-            self.assertEqual(f.read(), AWKWARD_ZIP)
-        with open(entry["bodyFile"], "rb") as f:
-            self.assertEqual(f.read(), body)
-        self.assertTrue(entry["accepted"])
-        self.assertEqual(entry["problems"], [])
-        self.assertEqual(entry["target"], "/CrashReportServer/Upload")
-        self.assertEqual((entry["contentType"], entry["contentLength"], entry["bodyLength"]),
-                         (content_type, len(body), len(body)))
-        self.assertEqual((entry["uniqueId"], entry["fieldNames"]), ("default", ["uniqueId"]))
-        self.assertEqual(entry["file"]["fileName"], file_name)
-        self.assertEqual(entry["file"]["contentType"], CRASH_REPORT_TYPE.decode())
-        self.assertEqual(entry["file"]["transferEncoding"], "binary")
-        self.assertEqual(entry["file"]["length"], len(AWKWARD_ZIP))
-        self.assertTrue(entry["preamble"].startswith("Content-Length: "))
-        self.assertIn("User-Agent: Marlowen/1.0", entry["preamble"])
+        # The large one crosses the collector's read chunks at awkward bytes.
+        zips = {"small": AWKWARD_ZIP, "large": os.urandom(3 << 20) + AWKWARD_ZIP}
+        for size, zip_bytes in zips.items():
+            with self.subTest(size=size):
+                file_name = f"Viewer_20261121093000_{os.getpid()}_{size}.zip"
+                body, content_type = report_post(zip_bytes, file_name)
+                self.assertEqual(self.collector.post(body, content_type),
+                                 (200, "text/plain", b"OK\n"))
+                entry = self.last_upload()
+                with open(os.path.join(self.collector.ready["receivedDir"], file_name),
+                          "rb") as f:
+                    self.assertEqual(f.read(), zip_bytes)
+                with open(entry["bodyFile"], "rb") as f:
+                    self.assertEqual(f.read(), body)
+                self.assertTrue(entry["accepted"])
+                self.assertEqual(entry["problems"], [])
+                self.assertEqual(entry["target"], "/CrashReportServer/Upload")
+                self.assertEqual(
+                    (entry["contentType"], entry["contentLength"], entry["bodyLength"]),
+                    (content_type, len(body), len(body)))
+                self.assertEqual((entry["uniqueId"], entry["fieldNames"]),
+                                 ("default", ["uniqueId"]))
+                self.assertEqual(entry["file"]["fileName"], file_name)
+                self.assertEqual(entry["file"]["contentType"], CRASH_REPORT_TYPE.decode())
+                self.assertEqual(entry["file"]["transferEncoding"], "binary")
+                self.assertEqual(entry["file"]["length"], len(zip_bytes))
+                self.assertTrue(entry["preamble"].startswith("Content-Length: "))
+                self.assertIn("User-Agent: Marlowen/1.0", entry["preamble"])
 
-        # The same package posted again is kept beside the first, not over it.
+    def test_report_posted_again_is_kept_beside_the_first(self):
+        file_name = f"Viewer_20261121093000_{os.getpid()}_again.zip"
+        received = self.collector.ready["receivedDir"]
+        self.assertEqual(self.collector.post(*report_post(b"first", file_name))[0], 200)
+
         again, again_type = report_post(b"second", file_name)
         self.assertEqual(self.collector.post(again, again_type)[0], 200)
         saved = self.last_upload()["file"]["savedAs"]
@@ -228,7 +239,7 @@ class RunningCollectorTest(unittest.TestCase):
         with open(saved, "rb") as f:
             self.assertEqual(f.read(), b"second")
         with open(os.path.join(received, file_name), "rb") as f:
-            self.assertEqual(f.read(), AWKWARD_ZIP)
+            self.assertEqual(f.read(), b"first")
 
     def test_configured_upload_replies(self):
         refusal = {"status": "rejected", "errorDescription": "Unknown product & version"}

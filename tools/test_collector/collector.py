@@ -85,7 +85,10 @@ class Collector:
         self.upload_base = None
 
         self._lock = threading.Lock()
-        self._sequence = 0
+        # A state folder used before keeps its bodies; numbering goes on after them.
+        self._sequence = max((int(name.split(".")[0]) for name in os.listdir(self.bodies_dir)
+                              if name.endswith(".body") and name.split(".")[0].isdigit()),
+                             default=0)
         self._answered = 0
         self._stopped = threading.Event()
         self._stop_reason = None
@@ -173,7 +176,12 @@ class Collector:
             return
         self._last_control_error = None
         for role in ("info", "upload"):
-            self.listeners[role].set_refusing(current[role]["mode"] == "refuse")
+            try:
+                self.listeners[role].set_refusing(current[role]["mode"] == "refuse")
+            except OSError as e:
+                # Someone took the port while it was let go; say so and try again later.
+                print(f"test collector: cannot switch the {role} port: {e}",
+                      file=sys.stderr, flush=True)
 
     def set_overlay(self, overlay):
         with self._lock:
@@ -377,15 +385,20 @@ def main(argv=None):
         signal.signal(number, lambda signum, frame: collector.stop(
             signal.Signals(signum).name, EXIT_OK))
     text = json.dumps(ready, indent=1) + "\n"
-    write_atomically(os.path.join(collector.state, "collector.json"), text)
-    if options.env_file:
-        write_atomically(options.env_file,
-                         f"MARLOWEN_INFO_SERVER={ready['infoServer']}\n"
-                         f"MARLOWEN_CA_BUNDLE={ready['caBundle']}\n")
-    # Written last: a caller that waits for this file finds everything else ready.
-    if options.port_file:
-        write_atomically(options.port_file, text)
-    print(json.dumps(ready), flush=True)
+    try:
+        write_atomically(os.path.join(collector.state, "collector.json"), text)
+        if options.env_file:
+            write_atomically(options.env_file,
+                             f"MARLOWEN_INFO_SERVER={ready['infoServer']}\n"
+                             f"MARLOWEN_CA_BUNDLE={ready['caBundle']}\n")
+        # Written last: a caller that waits for this file finds everything else ready.
+        if options.port_file:
+            write_atomically(options.port_file, text)
+        print(json.dumps(ready), flush=True)
+    except OSError as e:
+        collector.close()
+        print(f"test collector: cannot announce the ports: {e}", file=sys.stderr)
+        return EXIT_FAILED
 
     code = collector.run(options.timeout)
     reason, answered = collector.close()
