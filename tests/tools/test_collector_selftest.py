@@ -178,11 +178,18 @@ class RunningCollectorTest(unittest.TestCase):
                 if url is not None:
                     self.assertEqual(root.findtext("uploadUrl", "absent"), url)
 
-    def test_info_error_page_and_unknown_path(self):
-        self.collector.control("PUT", overlay={"info": {
-            "httpStatus": 404, "contentType": "text/html", "body": "<html>gone</html>"}})
-        self.assertEqual(self.collector.get_info(ca_context(self.collector)),
-                         (404, "text/html", b"<html>gone</html>"))
+    def test_info_bodies_given_whole(self):
+        upload_url = self.collector.ready["uploadUrl"]
+        nested = ("<CrashReportServerInformation><a><b><uploadUrl>{uploadUrl}</uploadUrl></b>"
+                  "</a><status>run<!-- split -->ning</status></CrashReportServerInformation>")
+        cases = [({"httpStatus": 404, "contentType": "text/html", "body": "<html>gone</html>"},
+                  (404, "text/html", b"<html>gone</html>")),
+                 ({"body": nested},
+                  (200, "text/xml", nested.replace("{uploadUrl}", upload_url).encode()))]
+        for info, expected in cases:
+            with self.subTest(info=info):
+                self.collector.control("PUT", overlay={"info": info})
+                self.assertEqual(self.collector.get_info(ca_context(self.collector)), expected)
         self.collector.control("DELETE")
         status, _, _ = self.collector.get_info(ca_context(self.collector), path="/ServerInfo")
         self.assertEqual(status, 404)
@@ -268,19 +275,14 @@ class RunningCollectorTest(unittest.TestCase):
 
     def test_malformed_posts_are_refused_and_logged(self):
         cases = [
-            (report_post(b"zip", unique_id=b"")[0], None, "form field 'uniqueId' is empty"),
-            (report_post(b"zip", file_type=b"application/zip")[0], None,
+            (report_post(b"zip", unique_id=b""), "form field 'uniqueId' is empty"),
+            (report_post(b"zip", file_type=b"application/zip"),
              "no part of type application/x-marlowen-crash-report"),
-            (report_post(b"zip", declared=4)[0], None, "Content-Length says 4 bytes"),
-            (b"plain text", "text/plain", "not multipart/form-data"),
+            (report_post(b"zip", declared=4), "Content-Length says 4 bytes"),
+            ((b"plain text", "text/plain"), "not multipart/form-data"),
         ]
-        for body, content_type, problem in cases:
+        for (body, content_type), problem in cases:
             with self.subTest(problem=problem):
-                if content_type is None:
-                    content_type = report_post(b"")[1]
-                    # The boundary must be the one the body uses.
-                    content_type = 'multipart/form-data; boundary="' + \
-                        body.split(b'boundary="', 1)[1].split(b'"', 1)[0].decode() + '"'
                 status, _, reply = self.collector.post(body, content_type)
                 self.assertEqual(status, 400)
                 self.assertIn(problem, reply.decode())

@@ -17,13 +17,18 @@ NOT_FOUND_PAGE = ("<html><head><title>404 Not Found</title></head>"
                   "<body><h1>Not Found</h1></body></html>\n")
 
 
+def fill_tokens(text, upload_url, upload_base):
+    """Puts the collector's own upload address where a caller could not know it."""
+    return text.replace(bh.UPLOAD_URL_TOKEN, upload_url).replace(bh.UPLOAD_BASE_TOKEN,
+                                                                 upload_base)
+
+
 def info_document(info, upload_url, upload_base):
     lines = ['<?xml version="1.0" encoding="UTF-8"?>', f"<{info['root']}>"]
     if info["status"] is not None:
         lines.append(f"  <status>{escape(info['status'])}</status>")
     if info["uploadUrl"] is not None:
-        url = info["uploadUrl"].replace(bh.UPLOAD_URL_TOKEN, upload_url)
-        url = url.replace(bh.UPLOAD_BASE_TOKEN, upload_base)
+        url = fill_tokens(info["uploadUrl"], upload_url, upload_base)
         lines.append(f"  <uploadUrl>{escape(url)}</uploadUrl>")
     lines.append(f"</{info['root']}>")
     return "\n".join(lines) + "\n"
@@ -110,9 +115,11 @@ class InfoHandler(CollectorHandler):
             self.record(404)
             self.reply(404, "text/html", NOT_FOUND_PAGE)
             return
-        body = info["body"]
-        if body is None:
-            body = info_document(info, self.collector.upload_url, self.collector.upload_base)
+        addresses = self.collector.upload_url, self.collector.upload_base
+        if info["body"] is None:
+            body = info_document(info, *addresses)
+        else:
+            body = fill_tokens(info["body"], *addresses)
         self.record(info["httpStatus"])
         self.reply(info["httpStatus"], info["contentType"], body)
 
