@@ -128,8 +128,9 @@ def validate(behaviour):
 class ControlFile:
     """The run-time overlay: a JSON file that callers write and remove.
 
-    Read on every request so that a change applies to the very next one; a
-    parse is redone only when the file changed. Writers should replace it
+    Read on every request so that a change applies to the very next one; it
+    is parsed again only when its bytes changed (comparing bytes, not times,
+    sees two quick writes of equal size as well). Writers should replace it
     atomically (write elsewhere, rename) so no half-written file is seen.
     """
 
@@ -142,25 +143,20 @@ class ControlFile:
     def effective(self):
         """The behaviour now in force; raises BehaviourError on a bad file."""
         try:
-            st = os.stat(self.path)
-            key = (st.st_ino, st.st_mtime_ns, st.st_size)
-        except FileNotFoundError:
-            key = None
-        if key != self._seen:
-            if key is None:
-                effective = self.startup
-            else:
-                effective = merge(self.startup, self._load())
-            # Assigned together; a racing reader sees the old or the new pair.
-            self._effective, self._seen = effective, key
-        return self._effective
-
-    def _load(self):
-        try:
             with open(self.path, "rb") as f:
                 text = f.read()
         except FileNotFoundError:
-            return {}
+            text = None
+        if text != self._seen:
+            if text is None:
+                effective = self.startup
+            else:
+                effective = merge(self.startup, self._parse(text))
+            # Threads may race here; at worst one parses the same bytes again.
+            self._effective, self._seen = effective, text
+        return self._effective
+
+    def _parse(self, text):
         try:
             return json.loads(text)
         except ValueError as e:

@@ -39,7 +39,7 @@ EXIT_TIMED_OUT = 3
 
 
 def utc_now():
-    return datetime.now(timezone.utc).isoformat(timespec="milliseconds").replace("+00:00", "Z")
+    return datetime.now(timezone.utc).strftime("%Y-%m-%dT%H:%M:%S.%f")[:-3] + "Z"
 
 
 def write_atomically(path, text):
@@ -94,6 +94,7 @@ class Collector:
         self._stop_reason = None
         self._exit_code = EXIT_OK
         self._last_control_error = None
+        self._last_switch_error = None
 
     @staticmethod
     def _server_context(certificate, key):
@@ -108,7 +109,8 @@ class Collector:
         for role in ("info", "upload", "control"):
             refusing = role != "control" and startup[role]["mode"] == "refuse"
             self.listeners[role].start(refusing=refusing)
-        base = lambda role, scheme: f"{scheme}://{url_host(self.host)}:{self.listeners[role].port}"
+        def base(role, scheme):
+            return f"{scheme}://{url_host(self.host)}:{self.listeners[role].port}"
         self.upload_base = base("upload", self.upload_scheme)
         self.upload_url = self.upload_base + bh.UPLOAD_PATH
         info_port = self.listeners["info"].port
@@ -179,9 +181,11 @@ class Collector:
             try:
                 self.listeners[role].set_refusing(current[role]["mode"] == "refuse")
             except OSError as e:
-                # Someone took the port while it was let go; say so and try again later.
-                print(f"test collector: cannot switch the {role} port: {e}",
-                      file=sys.stderr, flush=True)
+                # Someone took the port while it was let go; the watch loop tries again.
+                text = f"test collector: cannot switch the {role} port: {e}"
+                if text != self._last_switch_error:
+                    print(text, file=sys.stderr, flush=True)
+                    self._last_switch_error = text
 
     def set_overlay(self, overlay):
         with self._lock:
@@ -374,10 +378,13 @@ def startup_behaviour(options):
 
 def main(argv=None):
     options = parse_options(sys.argv[1:] if argv is None else argv)
+    collector = None
     try:
         collector = Collector(options, startup_behaviour(options))
         ready = collector.start()
     except (bh.BehaviourError, CertificateError, OSError, ValueError) as e:
+        if collector is not None:
+            collector.close()
         print(f"test collector: cannot start: {e}", file=sys.stderr)
         return EXIT_FAILED
 

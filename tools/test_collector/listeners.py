@@ -72,17 +72,22 @@ class Listener:
 
     def start(self, refusing=False):
         with self._lock:
+            # Served first even when refusing, so that a port chosen by the
+            # system is known and then held.
             self._serve()
             if refusing:
                 self._refuse()
 
     def set_refusing(self, refusing):
+        """Switches state; after a failed switch the next call tries again."""
         with self._lock:
-            if refusing and self._server is not None:
-                self._refuse()
-            elif not refusing and self._placeholder is not None:
-                self._placeholder.close()
-                self._placeholder = None
+            if refusing:
+                if self._placeholder is None:
+                    self._refuse()
+            elif self._server is None:
+                if self._placeholder is not None:
+                    self._placeholder.close()
+                    self._placeholder = None
                 self._serve()
 
     def close(self):
@@ -93,9 +98,10 @@ class Listener:
                 self._placeholder = None
 
     def _serve(self):
-        self._server = CollectorServer(self.family, (self.host, self.port), self._handler_class,
-                                       self.role, self._owner)
-        self.port = self._server.server_address[1]
+        server = CollectorServer(self.family, (self.host, self.port), self._handler_class,
+                                 self.role, self._owner)
+        self._server = server
+        self.port = server.server_address[1]
         self._thread = threading.Thread(target=self._server.serve_forever,
                                         kwargs={"poll_interval": POLL_INTERVAL},
                                         name=f"{self.role}-listener", daemon=True)
@@ -104,8 +110,12 @@ class Listener:
     def _refuse(self):
         self._stop_server()
         placeholder = socket.socket(self.family, socket.SOCK_STREAM)
-        placeholder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        placeholder.bind((self.host, self.port))
+        try:
+            placeholder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            placeholder.bind((self.host, self.port))
+        except OSError:
+            placeholder.close()
+            raise
         self._placeholder = placeholder
 
     def _stop_server(self):
