@@ -323,9 +323,17 @@ class LifecycleTest(unittest.TestCase):
     """Start-up options and the ways a run ends."""
 
     def test_start_up_options_and_end_after_max_uploads(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        env_file = os.path.join(folder.name, "collector.env")
         collector = Collector("--self-signed", "--upload-scheme", "https", "--max-uploads", "1",
-                              "--upload-http-status", "500", "--refusal-error", "disk full")
+                              "--upload-http-status", "500", "--refusal-error", "disk full",
+                              "--env-file", env_file)
         try:
+            with open(env_file, encoding="utf-8") as f:
+                self.assertEqual(f.read(), f"MARLOWEN_INFO_SERVER=127.0.0.1:"
+                                           f"{collector.ready['infoPort']}\n"
+                                           f"MARLOWEN_CA_BUNDLE={collector.ready['caBundle']}\n")
             with self.assertRaises(ssl.SSLCertVerificationError):
                 collector.get_info(ca_context(collector))
             self.assertTrue(collector.ready["uploadUrl"].startswith("https://127.0.0.1:"))
