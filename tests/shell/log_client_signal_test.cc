@@ -2,6 +2,7 @@
 // and a line sent from a fault handler in a child process arrives.
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -140,8 +141,9 @@ TEST_F(LogClientSignalTest, LineFromAFaultHandlerInAChildArrives) {
     sigemptyset(&action.sa_mask);
     sigaction(SIGSEGV, &action, nullptr);
     sigaction(SIGILL, &action, nullptr);
-    volatile int* volatile nowhere = nullptr;
-    *nowhere = 1;
+    // A page without access: a real fault that no sanitizer claims first.
+    void* page = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    *static_cast<volatile int*>(page) = 1;
     _exit(1);
   }
 
