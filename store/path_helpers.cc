@@ -109,6 +109,8 @@ std::uint32_t FileLength(const PathBuffer& path) {
 
 bool CreateFolder(const PathBuffer& path, bool createParents) {
   TraceHook(u"Creating directory %s.", path);
+  // No name is no folder, though the walk below would find the root for it.
+  if (path.IsEmpty()) return false;
   if (MakeFolder(path)) return true;
   if (!createParents) return false;
 
