@@ -1,0 +1,16 @@
+// Whether this process can show dialogs, and the one application object that
+// the widgets need.
+#pragma once
+
+// True when dialogs can be shown: an application object already runs, or the
+// environment names a display (DISPLAY or WAYLAND_DISPLAY) or a window-system
+// plugin (QT_QPA_PLATFORM, such as "offscreen"). Without any of them, showing
+// a dialog would end the process, so the tool asks here first and prints a
+// message instead. Never aborts and creates nothing.
+bool DialogsAvailable();
+
+// Creates the process-wide application object on first use; it lives until
+// the process ends. Answers false, creating nothing, when DialogsAvailable
+// says no or when the running application object can't show widgets. Called
+// by every operation that makes a window; the tool need not call it.
+bool EnsureDialogApplication();
