@@ -148,27 +148,31 @@ bool ListFolder(const char* path, void (*visit)(const char* name, void* context)
   return true;
 }
 
+uint32_t CountCpuList(Bytes text) {
+  const char* p = text.data;
+  const char* end = p + text.size;
+  uint32_t count = 0;
+  while (p < end && *p != '\n') {
+    uint64_t first, last;
+    if (!ParseDecimal(&p, end, &first)) return 0;
+    last = first;
+    if (p < end && *p == '-') {
+      ++p;
+      if (!ParseDecimal(&p, end, &last) || last < first) return 0;
+    }
+    count += static_cast<uint32_t>(last - first + 1);
+    if (p < end && *p == ',') ++p;
+  }
+  return count;
+}
+
 uint32_t CountProcessors(Arena* arena) {
-  // "0-3,5,8-11": the processors that exist; online is the fallback.
+  // The processors that exist; online is the fallback.
   static const char* const kLists[] = {"/sys/devices/system/cpu/present", "/sys/devices/system/cpu/online"};
   for (const char* path : kLists) {
     Bytes text;
     if (!ReadWholeFile(arena, path, &text)) continue;
-    const char* p = text.data;
-    const char* end = p + text.size;
-    uint32_t count = 0;
-    while (p < end) {
-      uint64_t first, last;
-      if (!ParseDecimal(&p, end, &first)) break;
-      last = first;
-      if (p < end && *p == '-') {
-        ++p;
-        if (!ParseDecimal(&p, end, &last) || last < first) break;
-      }
-      count += static_cast<uint32_t>(last - first + 1);
-      if (p < end && *p == ',') ++p;
-    }
-    if (count) return count;
+    if (uint32_t count = CountCpuList(text)) return count;
   }
   return 1;
 }

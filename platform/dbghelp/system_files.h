@@ -65,6 +65,10 @@ size_t ReadMemory(uint64_t address, void* buffer, size_t size);
 // Calls visit(name, context) for each entry but "." and "..".
 bool ListFolder(const char* path, void (*visit)(const char* name, void* context), void* context);
 
+// Count of the processors in a kernel cpu list such as "0-3,5,8-11\n";
+// 0 when the text is not one.
+uint32_t CountCpuList(Bytes text);
+
 // Number of processors from /sys/devices/system/cpu/{present,online}, as a
 // count of the cpu ranges listed there.
 uint32_t CountProcessors(Arena* arena);
