@@ -1,21 +1,19 @@
 // The log client where a crashing process needs it: no heap on the way out,
 // and a line sent from a fault handler in a child process arrives.
-#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
-#include <cstring>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "shell/log_client.h"
+#include "log_capture.h"
 #include "test_root.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -54,37 +52,8 @@ void* realloc(void* block, std::size_t size) {
 
 namespace {
 
-constexpr int kReceiveTimeoutMs = 5000;
 constexpr int kHandlerLogged = 42;
 constexpr int kHandlerNotLogged = 43;
-
-int BindListener(const testing_support::TestRoot& root) {
-  testing_support::MakeFolders(root.Path("run/marlowen"));
-  const std::string path = root.Path("run/marlowen/MLLog.1");
-  const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-    close(fd);
-    return -1;
-  }
-  return fd;
-}
-
-void CloseListener(const testing_support::TestRoot& root, int fd) {
-  close(fd);
-  unlink(root.Path("run/marlowen/MLLog.1").c_str());
-}
-
-// The message field of the next record, or "" after a timeout.
-std::u16string ReceiveMessage(int fd) {
-  pollfd wait{fd, POLLIN, 0};
-  if (poll(&wait, 1, kReceiveTimeoutMs) != 1) return u"";
-  LogRecord record{};
-  if (recv(fd, &record, sizeof(record), 0) != static_cast<ssize_t>(sizeof(record))) return u"";
-  return std::u16string(record.message);
-}
 
 class LogClientSignalTest : public ::testing::Test {
  protected:
@@ -101,25 +70,25 @@ TEST_F(LogClientSignalTest, OpeningWritingAndReopeningUseNoHeap) {
 #if !ML_COUNT_ALLOCATIONS
   GTEST_SKIP() << "the sanitizer owns malloc";
 #else
-  int listener = BindListener(root_);
-  ASSERT_GE(listener, 0);
+  auto listener = std::make_unique<testing_support::LogCapture>(root_);
+  ASSERT_TRUE(listener->bound());
 
   countingAllocations = true;
   const int opened = LogMessage(kLogError, 0, u"Marlowen", u"Crash Reporting", u"one", u"/a/b");
   countingAllocations = false;
   EXPECT_EQ(opened, 1);
-  EXPECT_EQ(ReceiveMessage(listener), u"one");
+  EXPECT_EQ(listener->NextMessage(), u"one");
 
-  CloseListener(root_, listener);
-  listener = BindListener(root_);
-  ASSERT_GE(listener, 0);
+  // A new listener makes the next line go through the reconnect.
+  listener.reset();
+  listener = std::make_unique<testing_support::LogCapture>(root_);
+  ASSERT_TRUE(listener->bound());
   countingAllocations = true;
   const int reopened = LogMessage(kLogError, 0, u"Marlowen", u"Crash Reporting", u"two", u"");
   countingAllocations = false;
   EXPECT_EQ(reopened, 1);
-  EXPECT_EQ(ReceiveMessage(listener), u"two");
+  EXPECT_EQ(listener->NextMessage(), u"two");
   EXPECT_EQ(allocations.load(), 0);
-  CloseListener(root_, listener);
 #endif
 }
 
@@ -130,8 +99,8 @@ void LogFromFaultHandler(int) {
 }
 
 TEST_F(LogClientSignalTest, LineFromAFaultHandlerInAChildArrives) {
-  const int listener = BindListener(root_);
-  ASSERT_GE(listener, 0);
+  testing_support::LogCapture listener(root_);
+  ASSERT_TRUE(listener.bound());
 
   const pid_t child = fork();
   ASSERT_GE(child, 0);
@@ -151,8 +120,7 @@ TEST_F(LogClientSignalTest, LineFromAFaultHandlerInAChildArrives) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), kHandlerLogged);
-  EXPECT_EQ(ReceiveMessage(listener), u"Fault in the child");
-  CloseListener(root_, listener);
+  EXPECT_EQ(listener.NextMessage(), u"Fault in the child");
 }
 
 }  // namespace

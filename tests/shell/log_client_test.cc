@@ -1,15 +1,11 @@
 // The log client against a real datagram socket bound in a test root: the
 // exact bytes of a record, the cuts at the field sizes, and the open, reopen
 // and give-up rules when the listener is missing, restarts, or stops reading.
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -20,6 +16,7 @@
 
 #include "shell/log_client.h"
 #include "shell/wide_string.h"
+#include "log_capture.h"
 #include "test_root.h"
 
 namespace {
@@ -34,53 +31,6 @@ constexpr std::size_t kMessageOffset = 348;
 constexpr std::size_t kDetailOffset = 860;
 constexpr std::size_t kOriginFolderOffset = 924;
 constexpr std::size_t kOriginFileOffset = 1436;
-constexpr int kReceiveTimeoutMs = 5000;
-
-// A listener written with plain socket calls, so that the client is checked
-// against the endpoint's contract and not against its own helpers.
-class DatagramListener {
- public:
-  explicit DatagramListener(const testing_support::TestRoot& root)
-      : path_(root.Path("run/marlowen/MLLog.1")) {
-    testing_support::MakeFolders(root.Path("run/marlowen"));
-    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
-    bound_ = fd_ >= 0 && bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-  }
-  ~DatagramListener() { Stop(); }
-
-  bool bound() const { return bound_; }
-
-  std::optional<Bytes> Receive() {
-    pollfd wait{fd_, POLLIN, 0};
-    if (poll(&wait, 1, kReceiveTimeoutMs) != 1) return std::nullopt;
-    Bytes buffer(4096);
-    const ssize_t n = recv(fd_, buffer.data(), buffer.size(), 0);
-    if (n < 0) return std::nullopt;
-    buffer.resize(static_cast<std::size_t>(n));
-    return buffer;
-  }
-
-  bool HasPending() {
-    pollfd wait{fd_, POLLIN, 0};
-    return poll(&wait, 1, 0) == 1;
-  }
-
-  // As a listener that ends: the socket closes and its file goes.
-  void Stop() {
-    if (fd_ < 0) return;
-    close(fd_);
-    unlink(path_.c_str());
-    fd_ = -1;
-  }
-
- private:
-  std::string path_;
-  int fd_ = -1;
-  bool bound_ = false;
-};
 
 void PutU32(Bytes& bytes, std::size_t offset, std::uint32_t value) {
   for (int i = 0; i < 4; ++i) bytes[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
@@ -146,7 +96,7 @@ class LogClientTest : public ::testing::Test {
 };
 
 TEST_F(LogClientTest, RecordArrivesByteForByteWithUtcTimeAndHostName) {
-  DatagramListener listener(root_);
+  testing_support::LogCapture listener(root_);
   ASSERT_TRUE(listener.bound());
 
   const std::u16string message = u"Upload failed: caf\u00E9 \u20AC \U0001D11E";
@@ -178,7 +128,7 @@ TEST_F(LogClientTest, RecordArrivesByteForByteWithUtcTimeAndHostName) {
 }
 
 TEST_F(LogClientTest, LogMessageFillsCodeSourceCategoryAndOrigin) {
-  DatagramListener listener(root_);
+  testing_support::LogCapture listener(root_);
   ASSERT_TRUE(listener.bound());
 
   EXPECT_EQ(LogMessage(kLogError, 0x01020304, u"Tool", u"Upload", u"", u"/opt/app/bin/ml-tool"), 1);
@@ -200,7 +150,7 @@ TEST_F(LogClientTest, LogMessageFillsCodeSourceCategoryAndOrigin) {
 }
 
 TEST_F(LogClientTest, LongTextsAreCutAtTheirFieldSizes) {
-  DatagramListener listener(root_);
+  testing_support::LogCapture listener(root_);
   ASSERT_TRUE(listener.bound());
 
   std::u16string message;
@@ -232,18 +182,8 @@ TEST_F(LogClientTest, WithoutListenerACallReturnsZeroAndLeavesNoTrace) {
   EXPECT_FALSE(testing_support::PathExists(root_.Path("run")));
 }
 
-TEST_F(LogClientTest, ListenerThatStartsLateGetsTheNextLine) {
-  EXPECT_EQ(LogCrashReporting(kLogInformation, u"lost"), 0);
-  DatagramListener listener(root_);
-  ASSERT_TRUE(listener.bound());
-  EXPECT_EQ(LogCrashReporting(kLogInformation, u"found"), 1);
-  const std::optional<Bytes> got = listener.Receive();
-  ASSERT_TRUE(got.has_value());
-  EXPECT_EQ(Masked(*got), ExpectedRecord(2, 0, u"Marlowen", u"Crash Reporting", u"found"));
-}
-
 TEST_F(LogClientTest, RestartedListenerGetsTheSecondLineThroughAReconnect) {
-  auto first = std::make_unique<DatagramListener>(root_);
+  auto first = std::make_unique<testing_support::LogCapture>(root_);
   ASSERT_TRUE(first->bound());
   EXPECT_EQ(LogCrashReporting(kLogInformation, u"one"), 1);
   ASSERT_TRUE(first->Receive().has_value());
@@ -251,7 +191,7 @@ TEST_F(LogClientTest, RestartedListenerGetsTheSecondLineThroughAReconnect) {
   EXPECT_GT(connected, 0);
 
   first.reset();
-  DatagramListener second(root_);
+  testing_support::LogCapture second(root_);
   ASSERT_TRUE(second.bound());
   EXPECT_EQ(LogCrashReporting(kLogInformation, u"two"), 1);
   const std::optional<Bytes> got = second.Receive();
@@ -260,8 +200,9 @@ TEST_F(LogClientTest, RestartedListenerGetsTheSecondLineThroughAReconnect) {
   EXPECT_GT(LogMailslotHandle, 0);
 }
 
-TEST_F(LogClientTest, ListenerGoneForGoodDropsTheHandleAndALaterOneIsFound) {
-  auto first = std::make_unique<DatagramListener>(root_);
+TEST_F(LogClientTest, LinesWithoutListenerAreLostAndALaterListenerGetsTheNext) {
+  EXPECT_EQ(LogCrashReporting(kLogInformation, u"before any listener"), 0);
+  auto first = std::make_unique<testing_support::LogCapture>(root_);
   ASSERT_TRUE(first->bound());
   EXPECT_EQ(LogCrashReporting(kLogInformation, u"one"), 1);
   first.reset();
@@ -269,7 +210,7 @@ TEST_F(LogClientTest, ListenerGoneForGoodDropsTheHandleAndALaterOneIsFound) {
   EXPECT_EQ(LogCrashReporting(kLogInformation, u"two"), 0);
   EXPECT_EQ(LogMailslotHandle, 0);
 
-  DatagramListener later(root_);
+  testing_support::LogCapture later(root_);
   ASSERT_TRUE(later.bound());
   EXPECT_EQ(LogCrashReporting(kLogInformation, u"three"), 1);
   const std::optional<Bytes> got = later.Receive();
@@ -278,7 +219,7 @@ TEST_F(LogClientTest, ListenerGoneForGoodDropsTheHandleAndALaterOneIsFound) {
 }
 
 TEST_F(LogClientTest, ListenerThatStopsReadingMakesCallsFailInsteadOfWait) {
-  DatagramListener listener(root_);
+  testing_support::LogCapture listener(root_);
   ASSERT_TRUE(listener.bound());
   // A blocking write would hang here once the listener's queue is full.
   int sent = 0;
