@@ -44,8 +44,9 @@ bool AppendNumber(char* buffer, std::size_t capacity, std::size_t* length, unsig
 // The socket address of path. A path too long for sun_path is reached through
 // its folder, opened here and left in *folder for the caller to close after
 // the connect or bind: the kernel resolves /proc/self/fd/<n>/<name> like any
-// other path.
-bool MakeAddress(const char* path, sockaddr_un* address, int* folder) {
+// other path. path is cut at its last slash for the open and then restored,
+// which saves a second path buffer on a signal handler's stack.
+bool MakeAddress(char* path, sockaddr_un* address, int* folder) {
   *folder = -1;
   std::memset(address, 0, sizeof(*address));
   address->sun_family = AF_UNIX;
@@ -55,15 +56,11 @@ bool MakeAddress(const char* path, sockaddr_un* address, int* folder) {
     return true;
   }
 
-  const char* slash = std::strrchr(path, '/');
+  char* slash = std::strrchr(path, '/');
   if (!slash || slash == path) return false;
-  char folderPath[PATH_MAX];
-  std::size_t folderLength = 0;
-  if (!Append(folderPath, sizeof(folderPath), &folderLength, path,
-              static_cast<std::size_t>(slash - path))) {
-    return false;
-  }
-  *folder = open(folderPath, O_PATH | O_DIRECTORY | O_CLOEXEC);
+  *slash = '\0';
+  *folder = open(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
+  *slash = '/';
   if (*folder < 0) return false;
 
   std::size_t length = 0;
@@ -91,7 +88,7 @@ int NewDatagramSocket() {
   return fd;
 }
 
-int ConnectTo(const char* path) {
+int ConnectTo(char* path) {
   sockaddr_un address;
   int folder = -1;
   if (!MakeAddress(path, &address, &folder)) return -1;
@@ -154,7 +151,8 @@ int BindLogEndpoint(const std::string& path, std::string* error) {
       *error = path + " exists and is not a socket";
       return -1;
     }
-    const int probe = ConnectTo(path.c_str());
+    std::string probePath = path;
+    const int probe = ConnectTo(probePath.data());
     if (probe >= 0) {
       close(probe);
       *error = "Another listener is bound at " + path;
@@ -166,7 +164,10 @@ int BindLogEndpoint(const std::string& path, std::string* error) {
 
   sockaddr_un address;
   int folder = -1;
-  if (!MakeAddress(path.c_str(), &address, &folder)) return fail("Cannot use " + path, ENAMETOOLONG);
+  std::string addressPath = path;
+  if (!MakeAddress(addressPath.data(), &address, &folder)) {
+    return fail("Cannot use " + path, ENAMETOOLONG);
+  }
   const int fd = NewDatagramSocket();
   if (fd < 0) {
     const int code = errno;
