@@ -3,7 +3,7 @@
 // dlopen by its path, the handler runs on an alternate stack.
 //
 //   ml_dump_crasher DUMP TYPE [--threads N] [--heap-marker] [--hold-malloc-lock]
-//                             [--no-trace] [--file-limit BYTES]
+//                             [--no-trace] [--file-limit BYTES] [--only-crashing-thread]
 //
 // It reports to its parent through stdout (one fact a line, written before
 // the crash) and its exit status: 42 when MiniDumpWriteDump succeeded, 43
@@ -52,12 +52,21 @@ void Say(const std::string& line) {
 
 int AlwaysInclude(void*, const MINIDUMP_CALLBACK_INPUT*, MINIDUMP_CALLBACK_OUTPUT*) { return 1; }
 
+// Keeps only the thread whose id the parameter holds, and asks for no
+// CodeView records.
+int OnlyCrashingThread(void* param, const MINIDUMP_CALLBACK_INPUT* input, MINIDUMP_CALLBACK_OUTPUT* output) {
+  if (input->CallbackType == IncludeThreadCallback) return input->IncludeThreadId == *static_cast<uint32_t*>(param);
+  if (input->CallbackType == ModuleCallback) output->ModuleWriteFlags &= ~ModuleWriteCvRecord;
+  return 1;
+}
+bool g_onlyCrashingThread = false;
+
 void OnCrash(int, siginfo_t* info, void* context) {
   int fd = open(g_dumpPath, O_CREAT | O_TRUNC | O_RDWR | O_CLOEXEC, 0600);
   ML_EXCEPTION_POINTERS pointers{info, static_cast<ucontext_t*>(context)};
   MINIDUMP_EXCEPTION_INFORMATION exception{static_cast<uint32_t>(syscall(SYS_gettid)), &pointers, 1};
   uint32_t param = exception.ThreadId;
-  MINIDUMP_CALLBACK_INFORMATION callback{AlwaysInclude, &param};
+  MINIDUMP_CALLBACK_INFORMATION callback{g_onlyCrashingThread ? OnlyCrashingThread : AlwaysInclude, &param};
   int ok = fd >= 0 && g_writeDump(ML_CURRENT_PROCESS, static_cast<uint32_t>(getpid()), fd, g_dumpType,
                                   &exception, nullptr, &callback);
   close(fd);
@@ -143,6 +152,7 @@ int main(int argc, char** argv) {
     if (arg == "--heap-marker") heapMarker = true;
     if (arg == "--hold-malloc-lock") holdLock = true;
     if (arg == "--no-trace") noTrace = true;
+    if (arg == "--only-crashing-thread") g_onlyCrashingThread = true;
     if (arg == "--file-limit" && i + 1 < argc) {
       // Writing past the limit fails with EFBIG instead of killing us.
       signal(SIGXFSZ, SIG_IGN);

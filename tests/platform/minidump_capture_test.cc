@@ -22,6 +22,7 @@
 
 #include "test_root.h"
 #include "tools/minidump_reader/minidump_file.h"
+#include "tools/minidump_reader/reader_main.h"
 
 namespace {
 
@@ -217,6 +218,28 @@ TEST_F(EightThreadCrash, HoldsSystemFactsLinuxStreamsAndDescriptors) {
   EXPECT_TRUE(dumpFileListed);
 }
 
+TEST_F(EightThreadCrash, ReaderPrintsTheDumpAndSingleStreams) {
+  std::string path = crash_->dumpPath;
+  auto run = [&](std::vector<std::string> args, std::string* out) {
+    args.insert(args.begin(), "ml-minidump-reader");
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    std::ostringstream o, e;
+    int status = minidump_reader::ReaderMain(static_cast<int>(argv.size()), argv.data(), o, e);
+    *out = o.str() + e.str();
+    return status;
+  };
+  std::string text;
+  ASSERT_EQ(run({path}, &text), 0);
+  EXPECT_NE(text.find("Exception: thread " + crash_->Values("crash-thread").at(0) + ", signal 11"), std::string::npos) << text;
+  EXPECT_NE(text.find("Threads: 9\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Capture: tracer"), std::string::npos) << text;
+  ASSERT_EQ(run({path, "--stream", "LinuxMaps"}, &text), 0);
+  EXPECT_NE(text.find("/ml_dump_crasher\n"), std::string::npos);
+  EXPECT_EQ(run({path, "--stream", "NoSuchStream"}, &text), 1);
+  EXPECT_EQ(run({root_->Path("absent.dmp")}, &text), 1);
+}
+
 TEST_F(EightThreadCrash, LldbNamesTheCrashingFunction) {
   if (access("/usr/bin/lldb-15", X_OK) != 0) GTEST_SKIP() << "lldb-15 not installed";
   std::string output = RunCommand("timeout 60 /usr/bin/lldb-15 --batch -c '" + crash_->dumpPath + "' '" +
@@ -262,6 +285,19 @@ TEST(MinidumpTypes, EachTypeAddsWhatItNames) {
     EXPECT_FALSE(dump.threadInfo().empty()) << type;
     EXPECT_EQ(dump.flags(), std::stoull(type, nullptr, 16)) << type;
   }
+}
+
+TEST(MinidumpCallback, CandidatesTheCallbackRefusesStayOut) {
+  testing_support::TestRoot root;
+  Crash crash = RunCrasher(root.Path("filtered.dmp"), "0x104", {"--threads", "3", "--only-crashing-thread"});
+  ASSERT_EQ(crash.exitStatus, kDumpWritten);
+  MinidumpFile dump;
+  std::string error;
+  ASSERT_TRUE(dump.Open(crash.dumpPath, &error)) << error;
+  ASSERT_EQ(dump.threads().size(), 1u);
+  EXPECT_EQ(dump.threads()[0].id, crash.Number("crash-thread"));
+  ASSERT_FALSE(dump.modules().empty());
+  for (const auto& m : dump.modules()) EXPECT_TRUE(m.buildId.empty()) << m.path;
 }
 
 TEST(MinidumpRobustness, CrashWhileAnotherThreadHoldsTheAllocatorLock) {
