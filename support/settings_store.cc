@@ -75,12 +75,20 @@ bool ResetToEmpty(SettingsStore& store) {
 }
 
 // The element's text, cut to kMaxSettingsText units; false if it has none
-// that can be read.
+// that can be read. The text nodes are read in place: the DOM's own
+// getTextContent would allocate from the document's pool on every call, and
+// that pool only shrinks when the store is closed.
 bool ElementText(const xc::DOMElement* element, WideString& text) {
   if (!element) return false;
-  const XMLCh* content = element->getTextContent();
-  if (!content) return false;
-  text.assign(content, std::min(WideLength(content), kMaxSettingsText));
+  text.clear();
+  for (const xc::DOMNode* child = element->getFirstChild(); child; child = child->getNextSibling()) {
+    const auto type = child->getNodeType();
+    if (type != xc::DOMNode::TEXT_NODE && type != xc::DOMNode::CDATA_SECTION_NODE) continue;
+    const XMLCh* data = child->getNodeValue();
+    if (data) text.append(data, WideLength(data));
+    if (text.size() >= kMaxSettingsText) break;
+  }
+  if (text.size() > kMaxSettingsText) text.resize(kMaxSettingsText);
   return true;
 }
 
@@ -433,7 +441,7 @@ int StringListValue(StringListT& list, WideStringView name, WideStringView group
     auto* item = static_cast<xc::DOMElement*>(node);
     if (!xc::XMLString::equals(item->getTagName(), kStringTag) || !item->hasAttribute(kLParamAttribute)) continue;
     WideString text;
-    if (!ElementText(item, text)) continue;
+    if (!ElementText(item, text) || text.empty()) continue;
     list.push_back(StringListEntryT{std::move(text), SettingsTextToInt(item->getAttribute(kLParamAttribute))});
   }
   return 1;

@@ -141,8 +141,8 @@ struct StringListEntryT {
 };
 using StringListT = std::vector<StringListEntryT>;
 
-// Read appends each String child that has an lParam and a text; write
-// replaces the StringList's children with the list. Always 1.
+// Read appends each String child that has an lParam and a text that is not
+// empty; write replaces the StringList's children with the list. Always 1.
 int StringListValue(StringListT& list, WideStringView name, WideStringView group,
                     SettingsStore& store, bool write);
 

@@ -1,0 +1,54 @@
+#include "xml_outline.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#include "test_root.h"
+
+namespace settings_test {
+
+namespace {
+
+constexpr char kOutlineScript[] = R"PY(
+import sys, xml.etree.ElementTree as ET
+def walk(element, depth):
+    attrs = " ".join("%s=%s" % (k, v) for k, v in sorted(element.attrib.items()))
+    line = "  " * depth + element.tag + (" " + attrs if attrs else "")
+    if len(element) == 0 and element.text:
+        line += ": " + element.text
+    print(line)
+    for child in element:
+        walk(child, depth + 1)
+try:
+    walk(ET.parse(sys.argv[1]).getroot(), 0)
+except Exception as error:
+    print("ERROR", error)
+)PY";
+
+std::string Quote(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) {
+    if (c == '\'') quoted += "'\\''"; else quoted += c;
+  }
+  return quoted + "'";
+}
+
+}  // namespace
+
+std::string XmlOutline(const std::string& path) {
+  const std::string script = path + ".outline.py";
+  testing_support::WriteFileText(script, kOutlineScript);
+  const std::string command = "python3 " + Quote(script) + " " + Quote(path);
+  std::string output;
+  if (FILE* pipe = popen(command.c_str(), "r")) {
+    char chunk[4096];
+    std::size_t n;
+    while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, n);
+    pclose(pipe);
+  }
+  std::remove(script.c_str());
+  return output;
+}
+
+}  // namespace settings_test
