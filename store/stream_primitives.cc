@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstring>
+#include <new>
 #include <string>
 
 namespace Marlowen {
@@ -9,6 +10,20 @@ namespace Marlowen {
 // Values go to and from the stream as their raw bytes, which are the file's
 // little-endian layout only on a little-endian machine.
 static_assert(std::endian::native == std::endian::little);
+
+namespace {
+
+// Lengths are not checked against the stream. One that a 32-bit process could
+// never allocate fails as its allocation would there, before gigabytes are
+// zero-filled here.
+constexpr std::uint32_t kLargestText = 0x7FFFFFFF;
+
+std::string AllocateText(std::uint32_t length, std::size_t extra) {
+  if (length > kLargestText) throw std::bad_alloc();
+  return std::string(static_cast<std::size_t>(length) + extra, '\0');
+}
+
+}  // namespace
 
 ByteStream& WriteU32(ByteStream& stream, std::uint32_t value) {
   stream.Write(&value, sizeof(value));
@@ -47,7 +62,7 @@ ByteStream& ReadString(ByteStream& stream, WideString& value) {
     value.clear();
     return stream;
   }
-  std::string utf8(length, '\0');
+  std::string utf8 = AllocateText(length, 0);
   stream.Read(utf8.data(), length);
   value = Utf8ToWide(utf8);
   return stream;
@@ -62,7 +77,7 @@ ByteStream& ReadPath(ByteStream& stream, PathBuffer& value) {
     value.Clear();
     return stream;
   }
-  std::string utf8(static_cast<std::size_t>(length) + 1, '\0');
+  std::string utf8 = AllocateText(length, 1);
   stream.Read(utf8.data(), length);
   value = Utf8ToWide(utf8.c_str());
   return stream;

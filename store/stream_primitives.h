@@ -29,7 +29,9 @@ ByteStream& ReadBool(ByteStream& stream, bool& value);
 ByteStream& WriteString(ByteStream& stream, WideStringView value);
 // A length of 0, also at the end of the stream, clears the destination.
 // Otherwise exactly that many bytes are taken as UTF-8; bytes missing at the
-// end of the stream read as zero. There is no upper bound on the length.
+// end of the stream read as zero. The length is not checked against the
+// stream; one of 2 GiB or more throws std::bad_alloc, as its allocation would
+// in the 32-bit process the format was made for.
 ByteStream& ReadString(ByteStream& stream, WideString& value);
 
 // The path up to its terminator, encoded as WriteString does.
