@@ -92,6 +92,27 @@ void Report(int fd, std::int32_t kind, std::int32_t value) {
   [[maybe_unused]] ssize_t ignored = write(fd, &message, sizeof message);
 }
 
+// The kernel's own sigaction record on x86-64, for the raw call.
+struct KernelSigaction {
+  void (*handler)(int);
+  unsigned long flags;
+  void (*restorer)();
+  std::uint64_t mask;
+};
+
+// A new program starts with no blocked and no ignored signals, also when
+// the start comes from a signal handler, where the fault signal is blocked:
+// both would survive exec and cripple the program's own fault handling.
+void ResetSignals() {
+  const std::uint64_t none = 0;
+  syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
+  KernelSigaction standard{SIG_DFL, 0, nullptr, 0};
+  for (int signal = 1; signal <= 64; ++signal) {
+    if (signal == SIGKILL || signal == SIGSTOP) continue;
+    syscall(SYS_rt_sigaction, signal, &standard, nullptr, sizeof standard.mask);
+  }
+}
+
 [[noreturn]] void FailChild(const ChildPlan& plan) {
   Report(plan.reportFd, kSetupFailed, errno);
   _exit(127);
@@ -131,6 +152,7 @@ void Report(int fd, std::int32_t kind, std::int32_t value) {
     if (syscall(SYS_setgid, plan.groupId) != 0) FailChild(plan);
     if (syscall(SYS_setuid, plan.userId) != 0) FailChild(plan);
   }
+  ResetSignals();
   execve(plan.program, plan.argv, plan.envp);
   FailChild(plan);
 }

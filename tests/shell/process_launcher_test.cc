@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -238,6 +239,33 @@ TEST_F(ProcessLauncherTest, StartsUnderAnotherIdentity) {
   EXPECT_EQ(report["gid"], std::to_string(kNogroup));
   EXPECT_EQ(report["groups"], "1");
   EXPECT_EQ(report["text"], "as nobody");
+}
+
+// Started from inside a signal handler, where that signal is blocked, and
+// with SIGPIPE ignored: the program must start with neither.
+std::map<std::string, std::string>* handlerReport = nullptr;
+
+void StartFromHandler(int) {
+  *handlerReport = RunChild(ML_ECHO_CHILD, u"from a handler");
+}
+
+TEST_F(ProcessLauncherTest, ProgramStartsWithCleanSignalState) {
+  std::map<std::string, std::string> report;
+  handlerReport = &report;
+  struct sigaction action = {};
+  struct sigaction oldUsr2 = {};
+  struct sigaction oldPipe = {};
+  action.sa_handler = StartFromHandler;
+  ASSERT_EQ(sigaction(SIGUSR2, &action, &oldUsr2), 0);
+  action.sa_handler = SIG_IGN;
+  ASSERT_EQ(sigaction(SIGPIPE, &action, &oldPipe), 0);
+  raise(SIGUSR2);
+  sigaction(SIGUSR2, &oldUsr2, nullptr);
+  sigaction(SIGPIPE, &oldPipe, nullptr);
+
+  EXPECT_EQ(report["text"], "from a handler");
+  EXPECT_EQ(report["blocked"], "0000000000000000");
+  EXPECT_EQ(report["ignored"], "0000000000000000");
 }
 
 TEST(CommandTextTest, SkipsTheProgramAsTheChildSeesIt) {
