@@ -1,8 +1,8 @@
 // The abstract byte stream under every binary file of the report store.
 //
 // Positions and sizes are 32-bit: files beyond 4 GiB are out of reach, which
-// no record of the store comes near. Failures are answered with 0 bytes transferred or with
-// kInvalidPosition; nothing throws.
+// no record of the store comes near. Failures are answered with 0 bytes
+// transferred or with kInvalidPosition; nothing throws.
 #pragma once
 
 #include <cstdint>
