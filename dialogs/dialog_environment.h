@@ -2,11 +2,13 @@
 // the widgets need.
 #pragma once
 
-// True when dialogs can be shown: an application object already runs, or the
-// environment names a display (DISPLAY or WAYLAND_DISPLAY) or a window-system
-// plugin (QT_QPA_PLATFORM, such as "offscreen"). Without any of them, showing
-// a dialog would end the process, so the tool asks here first and prints a
-// message instead. Never aborts and creates nothing.
+// True when dialogs can be shown: an application object that shows widgets
+// already runs, or the environment names a window-system plugin
+// (QT_QPA_PLATFORM, such as "offscreen"), a Wayland display with the
+// toolkit's Wayland plugin installed, or an X display that answers (a local
+// one is tried; one on another host is trusted). Otherwise showing a dialog
+// would end the process, so the tool asks here first and prints a message
+// instead. Never aborts and creates nothing.
 bool DialogsAvailable();
 
 // Creates the process-wide application object on first use; it lives until

@@ -132,6 +132,8 @@ struct CommandCase {
   const char* handlerCalled;  // "OnOk", "OnCancel" or ""
 };
 
+void PrintTo(const CommandCase& c, std::ostream* out) { *out << c.name; }
+
 class OkCancelRuleTest : public DialogProcedureTest, public testing::WithParamInterface<CommandCase> {};
 
 TEST_P(OkCancelRuleTest, EndsOrStays) {
@@ -173,6 +175,8 @@ struct NoticeCase {
   WORD code;
   bool notice;
 };
+
+void PrintTo(const NoticeCase& c, std::ostream* out) { *out << "code " << c.code; }
 
 class ModifiedNoticeTest : public DialogProcedureTest, public testing::WithParamInterface<NoticeCase> {};
 

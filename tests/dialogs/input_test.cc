@@ -178,6 +178,8 @@ struct BoxCase {
   int answer;
 };
 
+void PrintTo(const BoxCase& c, std::ostream* out) { *out << c.name; }
+
 class MessageBoxTest : public testing::TestWithParam<BoxCase> {};
 
 TEST_P(MessageBoxTest, ShowsButtonsAndIconAndAnswers) {

@@ -25,6 +25,8 @@ struct MarkupCase {
   const char* expected;
 };
 
+void PrintTo(const MarkupCase& c, std::ostream* out) { *out << c.markup; }
+
 class LinkMarkupTest : public testing::TestWithParam<MarkupCase> {};
 
 TEST_P(LinkMarkupTest, SplitsTextAndLinks) {

@@ -2,6 +2,7 @@
 // progress bar, visibility, timers, geometry and a screenshot.
 #include <gtest/gtest.h>
 
+#include <QBuffer>
 #include <QFontMetrics>
 #include <QGuiApplication>
 #include <QImage>
@@ -14,6 +15,7 @@
 
 #include "dialog_test_support.h"
 #include "dialogs/center_on_desktop.h"
+#include "dialogs/dialog_environment.h"
 #include "dialogs/qt_window_access.h"
 #include "dialogs/window_api.h"
 #include "shell/wide_string.h"
@@ -385,6 +387,40 @@ TEST(DialogGeometryTest, ProgressReachesTheScreenWhileTheHandlerBlocks) {
   RunDialog(SampleTemplate(), handler, [&](HWND dialog) { SetTimer(dialog, 1, 1, nullptr); });
   EXPECT_EQ(ticks, 1);
   EXPECT_NE(before, during);
+}
+
+TEST(DialogGeometryTest, IconControlShowsItsRegisteredImage) {
+  ASSERT_TRUE(EnsureDialogApplication());
+  QImage image(32, 32, QImage::Format_ARGB32);
+  image.fill(QColor(200, 0, 0));
+  QByteArray png;
+  QBuffer buffer(&png);
+  buffer.open(QIODevice::WriteOnly);
+  ASSERT_TRUE(image.save(&buffer, "PNG"));
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(png.constData());
+  EXPECT_TRUE(RegisterIconResource(107, bytes, static_cast<std::size_t>(png.size())));
+  const std::uint8_t notAnImage[] = {'n', 'o', 't', ' ', 'p', 'n', 'g'};
+  EXPECT_FALSE(RegisterIconResource(108, notAnImage, sizeof notAnImage));
+
+  static const DialogTemplate withIcons{
+      .id = 9002,
+      .caption = u"Icons",
+      .cx = 100,
+      .cy = 40,
+      .controls = {{ControlKind::kIcon, 1014, u"", 7, 7, 20, 20, WS_VISIBLE, 107},
+                   {ControlKind::kIcon, 1017, u"", 50, 7, 20, 20, WS_VISIBLE, 108}},
+  };
+  EventLog log;
+  RecordingHandler handler("dlg", &log);
+  RunDialog(withIcons, handler, [&](HWND dialog) {
+    QWidget* widget = WidgetFromHandle(dialog);
+    QImage shot = widget->grab().toImage();
+    QPoint registered = WidgetFromHandle(GetDlgItem(dialog, 1014))->geometry().topLeft() + QPoint(16, 16);
+    QPoint missing = WidgetFromHandle(GetDlgItem(dialog, 1017))->geometry().topLeft() + QPoint(5, 5);
+    EXPECT_EQ(shot.pixelColor(registered), QColor(200, 0, 0));
+    EXPECT_EQ(shot.pixelColor(missing), widget->palette().color(QPalette::Window));
+    EndDialog(dialog, 0);
+  });
 }
 
 }  // namespace
