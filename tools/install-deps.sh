@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config git
   libgtest-dev libgmock-dev googletest libbenchmark-dev
-  libxerces-c-dev libcurl4-openssl-dev libcrypto++-dev libzip-dev uuid-dev libelf-dev
+  libxerces-c-dev libcurl4-openssl-dev libcrypto++-dev libzip-dev uuid-dev libelf-dev libicu-dev
   qt6-base-dev qt6-qpa-plugins libgl-dev libxkbcommon-dev fonts-dejavu-core
   ca-certificates openssl python3 zip unzip libxml2-utils
   lldb-15 xvfb xauth

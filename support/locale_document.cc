@@ -1,0 +1,201 @@
+#include "support/locale_document.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/parsers/XercesDOMParser.hpp>
+#include <xercesc/sax/ErrorHandler.hpp>
+#include <xercesc/sax/SAXParseException.hpp>
+
+#include "support/settings_xml.h"
+
+namespace Marlowen {
+
+namespace xc = XERCES_CPP_NAMESPACE;
+
+namespace {
+
+class CountingErrorHandler final : public xc::ErrorHandler {
+ public:
+  void warning(const xc::SAXParseException&) override {}
+  void error(const xc::SAXParseException&) override { ++errors_; }
+  void fatalError(const xc::SAXParseException&) override { ++errors_; }
+  void resetErrors() override { errors_ = 0; }
+  int errors() const { return errors_; }
+
+ private:
+  int errors_ = 0;
+};
+
+bool ReadWholeFile(const std::string& path, std::vector<char>& bytes) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char chunk[65536];
+  for (;;) {
+    const ssize_t n = read(fd, chunk, sizeof chunk);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      close(fd);
+      return false;
+    }
+    if (n == 0) break;
+    bytes.insert(bytes.end(), chunk, chunk + n);
+  }
+  close(fd);
+  return true;
+}
+
+bool WriteAll(int fd, const std::string& text) {
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t n = write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+bool IsContainer(const xc::DOMNode* node) {
+  if (node->getNodeType() != xc::DOMNode::ELEMENT_NODE) return false;
+  const XMLCh* tag = node->getNodeName();
+  return xc::XMLString::equals(tag, kLocaleRootTag) || xc::XMLString::equals(tag, kLocalizeTag) ||
+         xc::XMLString::equals(tag, kStringTag);
+}
+
+bool IsBlankText(const xc::DOMNode* node) {
+  if (node->getNodeType() != xc::DOMNode::TEXT_NODE) return false;
+  for (const XMLCh* c = node->getNodeValue(); c && *c; ++c) {
+    if (*c != u' ' && *c != u'\t' && *c != u'\r' && *c != u'\n') return false;
+  }
+  return true;
+}
+
+void DropLayoutWhitespace(xc::DOMNode* node) {
+  const bool container = IsContainer(node);
+  xc::DOMNode* child = node->getFirstChild();
+  while (child) {
+    xc::DOMNode* next = child->getNextSibling();
+    if (container && IsBlankText(child)) {
+      node->removeChild(child)->release();
+    } else if (IsContainer(child)) {
+      DropLayoutWhitespace(child);
+    }
+    child = next;
+  }
+}
+
+void AppendText(const xc::DOMNode* node, WideString& out, std::size_t limit) {
+  for (const xc::DOMNode* child = node->getFirstChild(); child && out.size() < limit;
+       child = child->getNextSibling()) {
+    const auto type = child->getNodeType();
+    if (type == xc::DOMNode::TEXT_NODE || type == xc::DOMNode::CDATA_SECTION_NODE) {
+      const XMLCh* value = child->getNodeValue();
+      const std::size_t length = value ? xc::XMLString::stringLen(value) : 0;
+      out.append(value, std::min(length, limit - out.size()));
+    } else if (type == xc::DOMNode::ELEMENT_NODE || type == xc::DOMNode::ENTITY_REFERENCE_NODE) {
+      AppendText(child, out, limit);
+    }
+  }
+}
+
+}  // namespace
+
+xc::DOMDocument* ParseLocaleFile(const std::string& utf8Path) {
+  std::vector<char> bytes;
+  if (!ReadWholeFile(utf8Path, bytes) || bytes.empty() || !EnsureXmlPlatform()) return nullptr;
+  xc::XercesDOMParser parser;
+  parser.setValidationScheme(xc::XercesDOMParser::Val_Never);
+  parser.setDoNamespaces(false);
+  parser.setLoadExternalDTD(false);
+  parser.setCreateEntityReferenceNodes(false);
+  // A translation file has no business pulling in other files.
+  parser.setDisableDefaultEntityResolution(true);
+  CountingErrorHandler errors;
+  parser.setErrorHandler(&errors);
+  xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
+                               "locale", false);
+  try {
+    parser.parse(source);
+  } catch (...) {
+    return nullptr;
+  }
+  if (errors.errors() > 0 || parser.getErrorCount() > 0) return nullptr;
+  xc::DOMDocument* document = parser.adoptDocument();
+  if (document) DropLayoutWhitespace(document);
+  return document;
+}
+
+xc::DOMDocument* NewLocaleDocument() {
+  return NewSettingsDocument(kLocaleRootTag);
+}
+
+bool WriteLocaleFile(xc::DOMDocument* document, const std::string& utf8Path) {
+  std::string text;
+  if (!SerializeSettingsDocument(document, text)) return false;
+  const std::string temporary = utf8Path + ".saving";
+  const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd < 0) return false;
+  const bool written = WriteAll(fd, text) && fsync(fd) == 0;
+  if (close(fd) != 0 || !written || std::rename(temporary.c_str(), utf8Path.c_str()) != 0) {
+    unlink(temporary.c_str());
+    return false;
+  }
+  return true;
+}
+
+xc::DOMElement* FirstChildElement(const xc::DOMNode* parent, const char16_t* tag) {
+  if (!parent) return nullptr;
+  for (xc::DOMNode* child = parent->getFirstChild(); child; child = child->getNextSibling()) {
+    if (child->getNodeType() != xc::DOMNode::ELEMENT_NODE) continue;
+    if (!tag || xc::XMLString::equals(child->getNodeName(), tag)) {
+      return static_cast<xc::DOMElement*>(child);
+    }
+  }
+  return nullptr;
+}
+
+xc::DOMElement* NextSiblingElement(const xc::DOMElement* element, const char16_t* tag) {
+  for (xc::DOMNode* next = element->getNextSibling(); next; next = next->getNextSibling()) {
+    if (next->getNodeType() != xc::DOMNode::ELEMENT_NODE) continue;
+    if (!tag || xc::XMLString::equals(next->getNodeName(), tag)) {
+      return static_cast<xc::DOMElement*>(next);
+    }
+  }
+  return nullptr;
+}
+
+WideString ElementText(const xc::DOMElement* element, std::size_t limit) {
+  WideString text;
+  if (element) AppendText(element, text, limit);
+  return text;
+}
+
+WideString AttributeText(const xc::DOMElement* element, const char16_t* name, std::size_t limit) {
+  if (!element) return {};
+  const XMLCh* value = element->getAttribute(name);
+  if (!value) return {};
+  WideString text(value);
+  if (text.size() > limit) text.resize(limit);
+  return text;
+}
+
+bool HasAttribute(const xc::DOMElement* element, const char16_t* name) {
+  return element && element->hasAttribute(name);
+}
+
+xc::DOMElement* AppendTextElement(xc::DOMElement* parent, const char16_t* tag, WideStringView text) {
+  xc::DOMDocument* document = parent->getOwnerDocument();
+  xc::DOMElement* element = document->createElement(tag);
+  if (!text.empty()) element->appendChild(document->createTextNode(WideString(text).c_str()));
+  parent->appendChild(element);
+  return element;
+}
+
+}  // namespace Marlowen

@@ -1,0 +1,361 @@
+// The localization library on real .locale files: ids, lookups that learn,
+// language lists, the saved choice and the store rules.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <string>
+#include <vector>
+
+#include "locale_test_files.h"
+#include "support/language_names.h"
+#include "support/localization.h"
+#include "support/localization_table.h"
+#include "support/settings_store.h"
+#include "support/string_id.h"
+
+namespace {
+
+using namespace Marlowen;
+using locale_testing::LocalizationTest;
+using locale_testing::TestBlock;
+using testing_support::PathExists;
+using testing_support::ReadFileText;
+
+// CRC-32 of the lower-cased UTF-16LE text, shifted by 8, plus the length;
+// computed apart from this code.
+constexpr std::uint32_t kIdOfHello = 0x1272DF05u;
+constexpr std::uint32_t kIdOfOpenFile = 0xD7D2850Cu;  // "Open file..."
+constexpr std::uint32_t kIdOfGroesse = 0xB22DBB05u;   // "Größe"
+constexpr std::uint32_t kIdOfEmpty = 0xFFFFFF00u;
+
+TEST(StringIdTest, ChecksumLengthAndCaseRule) {
+  EXPECT_EQ(StringId(u"Hello"), kIdOfHello);
+  EXPECT_EQ(StringId(u"hello"), kIdOfHello);
+  EXPECT_EQ(StringId(u"HELLO"), kIdOfHello);
+  EXPECT_EQ(StringId(u"Open file..."), kIdOfOpenFile);
+  EXPECT_EQ(StringId(u"GRÖSSE") == kIdOfGroesse, false);  // ß has no one-unit capital
+  EXPECT_EQ(StringId(u"GRÖße"), kIdOfGroesse);
+  EXPECT_EQ(StringId(u""), kIdOfEmpty);
+
+  // Case counts from 999 characters on, and the length sits in the low byte.
+  const WideString below(998, u'a'), at(999, u'a');
+  EXPECT_EQ(StringId(below), StringId(WideString(998, u'A')));
+  EXPECT_NE(StringId(at), StringId(WideString(999, u'A')));
+  EXPECT_EQ(StringId(at) & 0xFF, 999u & 0xFF);
+}
+
+TEST(LocalizationTableTest, SortsByCodeUnitsAndGrowsPastItsFirstRoom) {
+  LocalizationTable table;
+  EXPECT_EQ(table.capacity(), LocalizationTable::kInitialRows);
+  for (int i = 5000; i >= 0; --i) table.Add(u"key" + Utf8ToWide(std::to_string(i)), std::nullopt, 0);
+  EXPECT_EQ(table.size(), 5001);
+  EXPECT_EQ(table.capacity(), 2 * LocalizationTable::kInitialRows);
+  EXPECT_FALSE(table.sorted());
+
+  const int index = table.Find(u"key42");
+  ASSERT_GE(index, 0);
+  EXPECT_EQ(table[index].key, u"key42");
+  EXPECT_EQ(table[index].headerId, StringId(u"key42"));
+  EXPECT_EQ(table.Find(u"KEY42"), -1);
+  // Code units, not a language's order: 'Z' (0x5A) before 'a', 'é' after 'z'.
+  LocalizationTable letters;
+  for (const char16_t* key : {u"é", u"a", u"Z", u"z"}) letters.Add(key, std::nullopt, 0);
+  letters.Sort();
+  EXPECT_EQ(letters[0].key, u"Z");
+  EXPECT_EQ(letters[1].key, u"a");
+  EXPECT_EQ(letters[3].key, u"é");
+}
+
+struct NameCase {
+  const char16_t* tag;
+  const char16_t* name;
+};
+
+class LanguageNameTest : public ::testing::TestWithParam<NameCase> {};
+
+TEST_P(LanguageNameTest, GivesTheEnglishDisplayName) {
+  EXPECT_EQ(LanguageDisplayName(GetParam().tag), WideString(GetParam().name));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tags, LanguageNameTest,
+    ::testing::Values(NameCase{u"de", u"German"}, NameCase{u"en", u"English"},
+                      NameCase{u"de-DE", u"German (Germany)"}, NameCase{u"pt_BR", u"Portuguese (Brazil)"},
+                      NameCase{u"ja", u"Japanese"}, NameCase{u"UNDEFINED", u"UNDEFINED"},
+                      NameCase{u"undefined", u"UNDEFINED"}, NameCase{u"qq", u""},
+                      NameCase{u"x-default", u""}, NameCase{u"", u""}, NameCase{u"!!", u""}),
+    [](const ::testing::TestParamInfo<NameCase>& info) {
+      std::string name = "tag" + std::to_string(info.index);
+      for (char c : WideToUtf8(info.param.tag)) {
+        if (std::isalnum(static_cast<unsigned char>(c))) name += c;
+      }
+      return name;
+    });
+
+TEST_F(LocalizationTest, MasterLearnsStringsAndKeepsThemAcrossASave) {
+  const std::string folder = Folder("lang");
+  int newMasters = 0;
+  const LanguageChooser neverAsked = [](const LanguageTable&) {
+    ADD_FAILURE() << "no file, so nothing to choose";
+    return -1;
+  };
+  EXPECT_EQ(InitLocalization(Utf8ToWide(folder), u"Demo", neverAsked, nullptr,
+                             [&] { ++newMasters; }, nullptr),
+            0);
+  EXPECT_EQ(newMasters, 1);
+  EXPECT_EQ(localizationActive, 1);
+  const std::string masterPath = folder + "/Demo_undefined.locale";
+  ASSERT_TRUE(PathExists(masterPath));
+  EXPECT_EQ(WideToUtf8(GetLanguageFilePath()), masterPath);
+
+  const char16_t* asked[] = {u"Open file...", u"Hello", u"hello", u"Hello"};
+  for (const char16_t* text : asked) EXPECT_EQ(LocalizeString(text), text);
+  EXPECT_EQ(GetStringCount(), 3);
+  ASSERT_EQ(SaveLanguageFile(), 1);
+  CloseLocalization();
+  EXPECT_EQ(localizationActive, 0);
+
+  const std::string xml = ReadFileText(masterPath);
+  EXPECT_NE(xml.find("application=\"Demo\""), std::string::npos) << xml;
+  EXPECT_NE(xml.find("language=\"UNDEFINED\""), std::string::npos) << xml;
+  EXPECT_NE(xml.find("id=\"" + std::to_string(kIdOfOpenFile) + "\""), std::string::npos) << xml;
+
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(masterPath), u"UNDEFINED"), 1);
+  EXPECT_EQ(languageName, u"English");
+  EXPECT_EQ(GetStringCount(), 3);
+  std::uint32_t id = 0;
+  EXPECT_EQ(LocalizeByIndex(FindStringIndex(u"Hello"), u"fallback", &id), std::u16string_view(u"fallback"));
+  EXPECT_EQ(id, kIdOfHello);
+  LocalizeByIndex(FindStringIndex(u"hello"), nullptr, &id);
+  EXPECT_EQ(id, kIdOfHello);
+  LocalizeByIndex(FindStringIndex(u"Open file..."), nullptr, &id);
+  EXPECT_EQ(id, kIdOfOpenFile);
+  WideString tag;
+  GetCurrentLanguageTag(tag);
+  EXPECT_EQ(tag, u"UNDEFINED");
+}
+
+TEST_F(LocalizationTest, LookupsTrimTranslateAndLearn) {
+  const std::string folder = Folder("lang");
+  const std::string path = WriteLocale(folder, "Demo_de.locale", "Demo",
+                                       {{"de", {{"Save", "Speichern"}, {"Cancel", std::nullopt}, {"Quit", "Ende"}}}});
+  // Closed: lookups give back their input and learn nothing.
+  const char16_t* closed = u"Save";
+  EXPECT_EQ(LocalizeString(closed), closed);
+
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(path), u"de"), 1);
+  EXPECT_EQ(languageName, u"German");
+  EXPECT_EQ(GetStringCount(), 3);
+
+  // Blanks only: an empty text is looked up, learned, and the input returned.
+  const char16_t* blanks = u"   ";
+  EXPECT_EQ(LocalizeString(blanks), blanks);
+  EXPECT_EQ(GetStringCount(), 4);
+  EXPECT_GE(FindStringIndex(u""), 0);
+
+  // A found row gives its translation without the request's white space.
+  EXPECT_EQ(WideView(LocalizeString(u"Save\n")), u"Speichern");
+  EXPECT_EQ(WideView(LocalizeString(u"\t Save")), u"Speichern");
+  EXPECT_EQ(WideView(LocalizeString(u"\r\nCancel \r\n")), u"Cancel");
+
+  // An unknown text comes back as it came, and the file learns it trimmed.
+  const char16_t* unknown = u"Brand new\n";
+  EXPECT_EQ(LocalizeString(unknown), unknown);
+  EXPECT_EQ(GetStringCount(), 5);
+  EXPECT_GE(FindStringIndex(u"Brand new"), 0);
+
+  char16_t buffer[5];
+  EXPECT_EQ(WideView(LocalizeStringCopy(buffer, 5, u"Save")), u"Spei");
+  WideString inPlace = u"Quit";
+  EXPECT_EQ(LocalizeInPlace(inPlace), 1);
+  EXPECT_EQ(inPlace, u"Ende");
+  WideString untranslated = u"Cancel";
+  EXPECT_EQ(LocalizeInPlace(untranslated), 0);
+  std::vector<WideString> list = {u"Save", u"Cancel", u"Quit"};
+  EXPECT_EQ(LocalizeStringList(list), 0);
+  EXPECT_EQ(list, (std::vector<WideString>{u"Speichern", u"Cancel", u"Ende"}));
+
+  int visits = 0;
+  const int translated = ForEachString(
+      [](int, std::uint32_t, const char16_t*, const char16_t* local, void* user) {
+        ++*static_cast<int*>(user);
+        return local ? 1 : 0;
+      },
+      &visits);
+  EXPECT_EQ(visits, 5);
+  EXPECT_EQ(translated, 2);
+
+  ASSERT_EQ(SaveLanguageFile(), 1);
+  CloseLocalization();
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(path), u"de"), 1);
+  // The empty text isn't kept by a reload; the learned one is, with its id.
+  EXPECT_EQ(GetStringCount(), 4);
+  std::uint32_t id = 0;
+  LocalizeByIndex(FindStringIndex(u"Brand new"), nullptr, &id);
+  EXPECT_EQ(id, StringId(u"Brand new"));
+  LocalizeByIndex(FindStringIndex(u"Save"), nullptr, &id);
+  EXPECT_EQ(id, 7u);  // what the file said
+}
+
+TEST_F(LocalizationTest, LanguageListsAndTheSavedChoice) {
+  const std::string folder = Folder("lang");
+  WriteLocale(folder, "Demo_de.locale", "Demo", {{"de", {{"Save", "Speichern"}}}});
+  WriteLocale(folder, "Demo_fr.locale", "Demo", {{"fr", {{"Save", "Enregistrer"}}}, {"qq", {}}});
+  WriteLocale(folder, "Other_it.locale", "Other", {{"it", {{"Save", "Salva"}}}});
+  WriteLocale(folder, "demo_es.locale", "demo", {{"es", {{"Save", "Guardar"}}}});  // another case: another program
+  testing_support::WriteFileText(folder + "/broken.locale", "<Marlowen_Localization");
+
+  std::unique_ptr<LanguageTable> table = ListLanguages(Utf8ToWide(folder), u"Demo");
+  ASSERT_TRUE(table);
+  ASSERT_EQ(table->size(), 3);
+  EXPECT_EQ((*table)[0].name, u"French");
+  EXPECT_EQ((*table)[1].name, u"German");
+  EXPECT_EQ((*table)[1].path, Utf8ToWide(folder + "/Demo_de.locale"));
+  EXPECT_EQ((*table)[2].name, u"UNDEFINED");
+  EXPECT_EQ((*table)[2].tag, u"UNDEFINED");
+  EXPECT_EQ((*table)[2].path, kNoMasterFile);
+  EXPECT_FALSE(ListLanguages(Utf8ToWide(folder), u"Nobody"));
+
+  const std::string settingsPath = root_.Path("settings.xml");
+  std::unique_ptr<SettingsStore> store = CreateStore(Utf8ToWide(settingsPath));
+  int asked = 0;
+  const LanguageChooser pickGerman = [&](const LanguageTable& languages) {
+    ++asked;
+    return languages.Find(u"german");
+  };
+  std::vector<WideString> errors;
+  const LocalizationErrorCallback collect = [&](WideStringView, WideStringView text) {
+    errors.emplace_back(text);
+  };
+  EXPECT_EQ(InitLocalization(Utf8ToWide(folder), u"Demo", pickGerman, collect, nullptr, store.get()), 1);
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(languageName, u"German");
+  WideString tag;
+  GetCurrentLanguageTag(tag);
+  EXPECT_EQ(tag, u"de");
+  CloseLocalization();
+
+  // The next start opens the saved choice without asking.
+  std::unique_ptr<SettingsStore> reopened = OpenStore(Utf8ToWide(settingsPath));
+  WideString fileName;
+  StringValue(fileName, 260, u"", kSavedFileNameValue, kSavedChoiceGroup, *reopened, false);
+  EXPECT_EQ(fileName, u"Demo_de.locale");
+  EXPECT_EQ(InitLocalization(Utf8ToWide(folder), u"Demo", pickGerman, collect, nullptr, reopened.get()), 1);
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(WideView(LocalizeString(u"Save")), u"Speichern");
+
+  // Choosing the master language with no master file: nothing to translate.
+  const LanguageChooser pickMaster = [](const LanguageTable& languages) {
+    return languages.Find(u"UNDEFINED");
+  };
+  EXPECT_EQ(ChangeLanguage(Utf8ToWide(folder), u"Demo", pickMaster, reopened.get()), 1);
+  EXPECT_EQ(languageName, u"English");
+  EXPECT_FALSE(localizationState);
+  WideString master;
+  GetCurrentLanguageTag(master);
+  EXPECT_EQ(master, u"x-default");
+  const LanguageChooser refuse = [](const LanguageTable&) { return -2; };
+  EXPECT_EQ(ChangeLanguage(Utf8ToWide(folder), u"Demo", refuse, reopened.get()), 0);
+
+  // A language that the file lacks is told through the callback.
+  EXPECT_EQ(OpenLanguageFile(Utf8ToWide(folder + "/Demo_de.locale"), u"it"), 0);
+  ASSERT_EQ(errors.size(), 1u);
+  EXPECT_EQ(errors[0], u"No translation for \"it\"");
+  EXPECT_FALSE(localizationState);
+}
+
+TEST_F(LocalizationTest, EnglishStandsInForTheMasterLanguage) {
+  const std::string onlyEnglish = Folder("one");
+  WriteLocale(onlyEnglish, "Demo_en.locale", "Demo", {{"en", {{"Save", "Save"}}}, {"de", {}}});
+  std::unique_ptr<LanguageTable> table = ListLanguages(Utf8ToWide(onlyEnglish), u"Demo");
+  ASSERT_TRUE(table);
+  ASSERT_EQ(table->size(), 2);
+  EXPECT_EQ((*table)[0].name, u"German");
+  EXPECT_EQ((*table)[1].name, u"UNDEFINED");
+  EXPECT_EQ((*table)[1].tag, u"en");
+
+  const std::string both = Folder("two");
+  WriteLocale(both, "Demo_en.locale", "Demo", {{"en", {}}});
+  WriteLocale(both, "Demo_undefined.locale", "Demo", {{"UNDEFINED", {}}});
+  table = ListLanguages(Utf8ToWide(both), u"Demo");
+  ASSERT_TRUE(table);
+  ASSERT_EQ(table->size(), 1);
+  EXPECT_EQ((*table)[0].tag, u"UNDEFINED");
+  EXPECT_EQ((*table)[0].path, Utf8ToWide(both + "/Demo_undefined.locale"));
+
+  WideString chosenTag, chosenFile;
+  const LanguageChooser neverAsked = [](const LanguageTable&) { return -1; };
+  EXPECT_EQ(ChooseLanguage(chosenTag, chosenFile, Utf8ToWide(both), u"Demo", neverAsked, false), 1);
+  EXPECT_EQ(chosenTag, u"UNDEFINED");
+  EXPECT_EQ(ChooseLanguage(chosenTag, chosenFile, Utf8ToWide(both), u"Demo", neverAsked, true), 0);
+}
+
+TEST_F(LocalizationTest, LineEndFormsStayApartUntilDuplicatesAreRemoved) {
+  const std::string folder = Folder("lang");
+  const std::string path = WriteLocale(
+      folder, "Demo_de.locale", "Demo",
+      {{"de", {{"Line one\r\nLine two", std::nullopt}, {"Line one\nLine two", "Zeile eins\nZeile zwei"},
+               {"Same", "Gleich"}, {"Same", std::nullopt}}}});
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(path), u"de"), 1);
+  EXPECT_EQ(GetStringCount(), 4);
+  EXPECT_GE(FindStringIndex(u"Line one\r\nLine two"), 0);
+  // A save keeps the carriage return, so the two forms survive a reload.
+  ASSERT_EQ(SaveLanguageFile(), 1);
+  CloseLocalization();
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(path), u"de"), 1);
+  EXPECT_EQ(GetStringCount(), 4);
+  EXPECT_GE(FindStringIndex(u"Line one\r\nLine two"), 0);
+
+  std::vector<WideString> removed;
+  EXPECT_EQ(RemoveDuplicateStrings(&removed), 2);
+  EXPECT_EQ(GetStringCount(), 2);
+  EXPECT_EQ(removed.size(), 2u);
+  // Of each pair, the translated row stays.
+  EXPECT_EQ(WideView(LocalizeString(u"Line one\nLine two")), u"Zeile eins\nZeile zwei");
+  EXPECT_EQ(WideView(LocalizeString(u"Same")), u"Gleich");
+  EXPECT_EQ(RemoveDuplicateStrings(nullptr), 0);
+  EXPECT_EQ(RemoveString(u"Same"), 1);
+  EXPECT_EQ(RemoveString(u"Same"), 0);
+}
+
+TEST_F(LocalizationTest, StoreKeepsLocalNewOnlyForTheTranslator) {
+  const std::string folder = Folder("lang");
+  const std::string path = WriteLocale(
+      folder, "Demo_de.locale", "Demo",
+      {{"UNDEFINED", {{"Keep", std::nullopt}}},
+       {"de", {{"Open", "Öffnen", 7, "Open"}, {"Close", std::nullopt, 9, "Close"}}}});
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(path), u"de"), 1);
+
+  const std::string forTranslator = folder + "/translator.locale";
+  ASSERT_EQ(SaveForTranslator(Utf8ToWide(forTranslator)), 1);
+  std::string xml = ReadFileText(forTranslator);
+  EXPECT_NE(xml.find("<LocalNew>Close</LocalNew>"), std::string::npos) << xml;
+  EXPECT_EQ(xml.find("<LocalNew>Open</LocalNew>"), std::string::npos) << xml;
+  // The other block is left as it was, and the stored one moves to the end.
+  EXPECT_LT(xml.find("UNDEFINED"), xml.find("language=\"de\"")) << xml;
+
+  ASSERT_EQ(SaveLanguageFile(), 1);
+  xml = ReadFileText(forTranslator);
+  EXPECT_EQ(xml.find("LocalNew"), std::string::npos) << xml;
+  EXPECT_NE(xml.find("<Local>Öffnen</Local>"), std::string::npos) << xml;
+
+  // A new master from a translation keeps the originals and drops the rest.
+  ASSERT_EQ(NewMaster(u"fr"), 1);
+  EXPECT_EQ(LocalizeByIndex(FindStringIndex(u"Open"), u"none", nullptr), std::u16string_view(u"none"));
+  ASSERT_EQ(SaveLanguageFileAs(Utf8ToWide(folder + "/Demo_fr.locale")), 1);
+  CloseLocalization();
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(folder + "/Demo_fr.locale"), u"fr"), 1);
+  EXPECT_EQ(GetStringCount(), 2);
+  const std::string frenchXml = ReadFileText(folder + "/Demo_fr.locale");
+  const std::size_t frenchBlock = frenchXml.find("language=\"fr\"");
+  ASSERT_NE(frenchBlock, std::string::npos) << frenchXml;
+  EXPECT_EQ(frenchXml.find("<Local>", frenchBlock), std::string::npos) << frenchXml;
+  LocalizationFileInfo info;
+  ASSERT_EQ(ReadFileInfo(info, true), 1);
+  EXPECT_EQ(info.application, u"Demo");
+  EXPECT_EQ(info.languages, (std::vector<WideString>{u"de", u"fr"}));
+  EXPECT_EQ(IsApplication(u"Demo"), 1);
+  EXPECT_EQ(IsApplication(u"demo"), 0);
+}
+
+}  // namespace
