@@ -124,8 +124,8 @@ int GetAccount(const char16_t* path, WideString& user, WideString& password, Wid
 int SetAccount(const char16_t* path, WideStringView user, WideStringView password, WideStringView domain) {
   const WideString file = ServerSettingsPath(path);
   const std::string utf8File = WideToUtf8(file);
-  // The old file goes first; it may have been made read-only by hand.
-  chmod(utf8File.c_str(), 0600);
+  // The old file goes first. Its mode doesn't matter for unlink here, and
+  // changing it could follow a symbolic link to some other file.
   unlink(utf8File.c_str());
   std::unique_ptr<SettingsStore> store = CreateStore(file);
   if (!store) return 0;

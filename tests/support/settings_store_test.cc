@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "shell/format_string.h"
-#include "support/settings_address.h"
 #include "support/settings_store.h"
 #include "test_root.h"
 #include "xml_outline.h"
@@ -286,14 +285,6 @@ TEST_P(AddressSpellingTest, FullStopHyphenAndArrowSeparateAlike) {
 INSTANTIATE_TEST_SUITE_P(Spellings, AddressSpellingTest,
                          ::testing::Values(u"outer.inner.leaf", u"outer->inner->leaf", u"outer-inner>leaf",
                                            u"..outer..inner.leaf.", u"outer.->inner-leaf"));
-
-TEST(SettingsAddressTest, CutsIntoPartsWithGroupAndTag) {
-  const SettingsAddress address = CutSettingsAddress(u"G", u"files[3]->alias", u"String");
-  EXPECT_EQ(address.parts, (std::vector<WideString>{u"files[3]", u"alias"}));
-  EXPECT_EQ(address.group, u"G");
-  EXPECT_EQ(address.typeTag, u"String");
-  EXPECT_TRUE(CutSettingsAddress(u"G", u".->", u"Int").parts.empty());
-}
 
 TEST_F(SettingsStoreTest, MissingFileOpensEmptyWithoutRetrying) {
   const auto start = std::chrono::steady_clock::now();
