@@ -103,23 +103,6 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"empty form is the machine root", u"", u"AtRoot", u"root value"}),
     [](const testing::TestParamInfo<ReadCase>& info) { return std::to_string(info.index); });
 
-TEST(RegistryPathTest, SplitsPrefixAndSubKey) {
-  RegistryRoot root;
-  WideString subKey;
-  ParseRegistryPath(u"\\\\HKCU\\A\\B", root, subKey);
-  EXPECT_EQ(root, RegistryRoot::kCurrentUser);
-  EXPECT_EQ(subKey, u"A\\B");
-  ParseRegistryPath(u"\\\\HKCR", root, subKey);
-  EXPECT_EQ(root, RegistryRoot::kClassesRoot);
-  EXPECT_EQ(subKey, u"");
-  ParseRegistryPath(u"\\\\HK", root, subKey);
-  EXPECT_EQ(root, RegistryRoot::kLocalMachine);
-  EXPECT_EQ(subKey, u"");
-  ParseRegistryPath(u"\\\\HKCC?X", root, subKey);
-  EXPECT_EQ(root, RegistryRoot::kCurrentConfig);
-  EXPECT_EQ(subKey, u"X");
-}
-
 class RegistryFileTest : public testing::Test {
  protected:
   TestRoot root_;
