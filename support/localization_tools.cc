@@ -154,7 +154,8 @@ int WalkLanguageFiles(const TranslatorMessageSink& owner, WideStringView folder,
   const WideString newFolder = WideString(folder) + u"/new";
   const std::string newFolderUtf8 = WideToUtf8(newFolder);
   struct stat info;
-  if (stat(newFolderUtf8.c_str(), &info) != 0 && mkdir(newFolderUtf8.c_str(), 0755) != 0) {
+  const bool isFolder = stat(newFolderUtf8.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+  if (!isFolder && mkdir(newFolderUtf8.c_str(), 0755) != 0) {
     ShowMessage(owner, u"Can't create a subfolder!");
     return 0;
   }
