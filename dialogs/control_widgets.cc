@@ -88,6 +88,31 @@ class RadioButton final : public QRadioButton {
   }
 
  protected:
+  // Arrow keys move to the next or previous button of the group that can
+  // take input, wrapping round, and click it.
+  void keyPressEvent(QKeyEvent* event) override {
+    int step = 0;
+    if (event->key() == Qt::Key_Down || event->key() == Qt::Key_Right) step = 1;
+    if (event->key() == Qt::Key_Up || event->key() == Qt::Key_Left) step = -1;
+    if (step == 0 || event->modifiers() != Qt::NoModifier) {
+      QRadioButton::keyPressEvent(event);
+      return;
+    }
+    event->accept();
+    std::vector<HWND> group = RadioGroupOf(handle_);
+    auto self = std::find(group.begin(), group.end(), handle_);
+    if (self == group.end()) return;
+    const int count = static_cast<int>(group.size());
+    int index = static_cast<int>(self - group.begin());
+    for (int i = 1; i < count; ++i) {
+      WindowObject* o = FindWindowObject(group[static_cast<std::size_t>(((index + step * i) % count + count) % count)]);
+      if (o == nullptr || o->controlKind != ControlKind::kRadioButton) continue;
+      if ((o->style & (WS_VISIBLE | WS_DISABLED)) != WS_VISIBLE) continue;
+      o->widget->setFocus(Qt::OtherFocusReason);
+      static_cast<QAbstractButton*>(o->widget)->click();
+      return;
+    }
+  }
   void nextCheckState() override {
     setChecked(true);
     for (HWND other : RadioGroupOf(handle_)) {

@@ -1,10 +1,14 @@
 // The dialog procedure and the handler classes, driven by real dialogs.
 #include <gtest/gtest.h>
 
+#include <QTest>
 #include <QTimer>
+#include <algorithm>
 
 #include "dialog_test_support.h"
 #include "dialogs/dialog_environment.h"
+#include "dialogs/message_box.h"
+#include "dialogs/qt_window_access.h"
 #include "dialogs/window_api.h"
 
 namespace {
@@ -243,6 +247,72 @@ TEST_F(DialogProcedureTest, DispatchOfSizeAndUnknownMessages) {
   EXPECT_EQ(sizeAnswer, 17);
   EXPECT_EQ(otherAnswer, 0);
   EXPECT_NE(std::find(log.begin(), log.end(), "dlg:OnSize 2 200 300"), log.end());
+}
+
+// The shape of an upload from a dialog: OK starts a one-shot timer and
+// refuses to end; the timer's handler blocks while it works, then clicks OK
+// itself, which now ends the dialog.
+class TimerStartedWork : public RecordingHandler {
+ public:
+  using RecordingHandler::RecordingHandler;
+  bool finished = false;
+  int boxes = 0;
+
+  bool OnOk() override {
+    Log("OnOk");
+    if (finished) return true;
+    SetTimer(handle, 1, 100, nullptr);
+    return false;
+  }
+  INT_PTR OnOtherMessage(HWND window, UINT message, WPARAM wParam, LPARAM lParam) override {
+    if (message != WM_TIMER || wParam != 1) return RecordingHandler::OnOtherMessage(window, message, wParam, lParam);
+    KillTimer(handle, 1);
+    Log("work");
+    SendDlgItemMessageW(handle, dialog_test::kProgress, PBM_SETRANGE32, 0, 7);
+    for (int step = 1; step <= 7; ++step) SendDlgItemMessageW(handle, dialog_test::kProgress, PBM_SETPOS, step, 0);
+    boxes += MessageBoxW(handle, u"Error reports successfully sent to Marlowen.", u"Marlowen Error Reporter",
+                         MB_ICONINFORMATION) == IDOK;
+    finished = true;
+    SendMessageW(handle, WM_COMMAND, IDOK, reinterpret_cast<LPARAM>(GetDlgItem(handle, IDOK)));
+    return 1;
+  }
+};
+
+class TimerStartedWorkTest : public DialogProcedureTest {
+ protected:
+  void SetUp() override {
+    DialogProcedureTest::SetUp();
+    SetMessageBoxHook([](HWND, const WideString&, const WideString&, UINT) { return IDOK; });
+  }
+  void TearDown() override {
+    SetMessageBoxHook(nullptr);
+    DialogProcedureTest::TearDown();
+  }
+};
+
+TEST_F(TimerStartedWorkTest, OkWaitsForTheTimerThenEndsTheDialogItself) {
+  TimerStartedWork handler("dlg", &log);
+  INT_PTR result = RunDialog(SampleTemplate(), handler, [](HWND dialog) {
+    QTest::mouseClick(WidgetFromHandle(GetDlgItem(dialog, IDOK)), Qt::LeftButton);
+  });
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(handler.boxes, 1);
+  EventLog expected = {"dlg:OnInit", "dlg:OnCommand 1 0", "dlg:OnOk", "dlg:work", "dlg:OnCommand 1 0",
+                       "dlg:OnOk", "dlg:OnDestroy"};
+  EXPECT_EQ(log, expected);
+}
+
+TEST_F(TimerStartedWorkTest, CloseBoxWhileWaitingEndsWithCancelAndNothingRuns) {
+  TimerStartedWork handler("dlg", &log);
+  INT_PTR result = RunDialog(SampleTemplate(), handler, [](HWND dialog) {
+    QTest::mouseClick(WidgetFromHandle(GetDlgItem(dialog, IDOK)), Qt::LeftButton);
+    WidgetFromHandle(dialog)->close();
+  });
+  // Let a timer that outlived its window show itself.
+  dialog_test::RunEventsFor(150);
+  EXPECT_EQ(result, 2);
+  EXPECT_EQ(handler.boxes, 0);
+  EXPECT_EQ(std::count(log.begin(), log.end(), "dlg:work"), 0);
 }
 
 }  // namespace

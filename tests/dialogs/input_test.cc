@@ -79,6 +79,11 @@ TEST(DialogInputTest, MouseAndTypingSendNotifications) {
     QWidget* radio = Item(dialog, kRadioA2);
     QTest::mouseClick(radio, Qt::LeftButton, {}, QPoint(6, radio->height() / 2));
     EXPECT_EQ(SendDlgItemMessageW(dialog, kRadioA2, BM_GETCHECK, 0, 0), BST_CHECKED);
+    // Arrows move within the radio group, wrapping, and click.
+    QTest::keyClick(radio, Qt::Key_Down);
+    EXPECT_EQ(SendDlgItemMessageW(dialog, kRadioA1, BM_GETCHECK, 0, 0), BST_CHECKED);
+    EXPECT_EQ(SendDlgItemMessageW(dialog, kRadioA2, BM_GETCHECK, 0, 0), BST_UNCHECKED);
+    EXPECT_EQ(SendDlgItemMessageW(dialog, kRadioB1, BM_GETCHECK, 0, 0), BST_UNCHECKED);
     QTest::keyClicks(Item(dialog, kEdit), "42");
     // A text set by code changes the edit as well.
     SetDlgItemTextW(dialog, kEdit, u"12345-67890");
@@ -94,7 +99,7 @@ TEST(DialogInputTest, MouseAndTypingSendNotifications) {
     if (line.rfind("dlg:OnCommand", 0) == 0) commands.push_back(line);
   }
   const std::string change = "dlg:OnCommand 106 " + std::to_string(EN_CHANGE);
-  EventLog expected = {"dlg:OnCommand 101 0", "dlg:OnCommand 103 0", change, change, change,
+  EventLog expected = {"dlg:OnCommand 101 0", "dlg:OnCommand 103 0", "dlg:OnCommand 102 0", change, change, change,
                        "dlg:OnCommand 2 0"};
   EXPECT_EQ(commands, expected);
 }
@@ -167,6 +172,38 @@ TEST(DialogInputTest, LinkMadeOverAPlaceholderAtRunTime) {
   });
   EXPECT_EQ(id, u"idSettingsLink");
   EXPECT_EQ(handler.lastHeader.idFrom, 0u);
+}
+
+TEST(DialogInputTest, ALinkOpensANestedDialogOwnedByItsDialog) {
+  EventLog log;
+  struct Opener : RecordingHandler {
+    using RecordingHandler::RecordingHandler;
+    EventLog* innerLog = nullptr;
+    INT_PTR innerResult = 0;
+    INT_PTR OnNotify(WORD high, WORD low, NMHDR* header) override {
+      RecordingHandler::OnNotify(high, low, header);
+      RecordingHandler inner("inner", innerLog);
+      // The nested loop runs inside the link's own mouse handling.
+      innerResult = RunDialog(SampleTemplate(), inner, [](HWND window) {
+        QTest::keyClick(WidgetFromHandle(window), Qt::Key_Escape);
+      }, handle);
+      return 1;
+    }
+  } outer("outer", &log);
+  outer.innerLog = &log;
+  INT_PTR result = RunDialog(SampleTemplate(), outer, [&](HWND dialog) {
+    auto* label = WidgetFromHandle(GetDlgItem(dialog, kLink));
+    QFontMetrics metrics(label->font());
+    QTest::mouseClick(label, Qt::LeftButton, {}, QPoint(metrics.horizontalAdvance("See ") + 3, metrics.height() / 2));
+    // Back in the outer dialog, which still takes input.
+    QTest::mouseClick(Item(dialog, IDOK), Qt::LeftButton);
+  });
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(outer.innerResult, 2);
+  EventLog expected = {"outer:OnInit", "outer:OnNotify -2", "inner:OnInit", "outer:PSM_UNCHANGED",
+                       "outer:PSM_CHANGED", "inner:OnCommand 2 0", "inner:OnCancel", "inner:OnDestroy",
+                       "outer:OnCommand 1 0", "outer:OnOk", "outer:OnDestroy"};
+  EXPECT_EQ(log, expected);
 }
 
 struct BoxCase {
