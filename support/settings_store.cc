@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <string>
 #include <thread>
 
 #include <xercesc/dom/DOM.hpp>
@@ -192,21 +194,21 @@ bool WriteFileReplacing(const std::string& path, const std::string& text, unsign
   std::error_code ec;
   if (target.has_parent_path()) fs::create_directories(target.parent_path(), ec);
 
-  mode_t mode = static_cast<mode_t>(newFileMode);
   struct stat existing;
   const bool keepMode = stat(path.c_str(), &existing) == 0;
-  if (!keepMode) {
-    const mode_t mask = umask(0);
-    umask(mask);
-    mode &= ~mask;
-  } else {
-    mode = existing.st_mode & 07777;
+  // The kernel applies the umask to a new file's mode; reading the umask
+  // ourselves would mean setting it, for every thread at once.
+  static std::atomic<unsigned> serial{0};
+  std::string temporary;
+  int fd = -1;
+  for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+    temporary = path + ".tmp" + std::to_string(getpid()) + "." + std::to_string(serial++);
+    fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+              keepMode ? 0600 : static_cast<mode_t>(newFileMode));
+    if (fd < 0 && errno != EEXIST) return false;
   }
-
-  std::string temporary = path + ".XXXXXX";
-  const int fd = mkstemp(temporary.data());
   if (fd < 0) return false;
-  bool ok = fchmod(fd, mode) == 0;
+  bool ok = !keepMode || fchmod(fd, existing.st_mode & 07777) == 0;
   std::size_t done = 0;
   while (ok && done < text.size()) {
     const ssize_t n = write(fd, text.data() + done, text.size() - done);

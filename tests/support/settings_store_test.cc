@@ -404,6 +404,19 @@ TEST_F(SettingsStoreTest, CreateStoreIgnoresTheFileAndSaveAsMovesIt) {
   EXPECT_NE(ReadFileText(File("old.xml")).find("\"n\""), std::string::npos);  // untouched
 }
 
+TEST_F(SettingsStoreTest, SaveKeepsTheModeOfTheFileItReplaces) {
+  WriteSettings("mode.xml", "<Group name=\"Main\"/>");
+  ASSERT_EQ(chmod(File("mode.xml").c_str(), 0640), 0);
+  auto store = OpenStore(WideFile("mode.xml"));
+  std::int32_t value = 1;
+  IntValue(value, 0, u"n", kGroup, *store, true);
+  ASSERT_TRUE(SaveStore(*store));
+  struct stat info;
+  ASSERT_EQ(stat(File("mode.xml").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0640u);
+  EXPECT_EQ(testing_support::ListFolder(root_.path()), (std::vector<std::string>{"mode.xml", "tmp"}));
+}
+
 TEST_F(SettingsStoreTest, SaveThatCannotWriteFailsAndLeavesNothingBehind) {
   WriteFileText(File("plain"), "a file, not a folder");
   auto store = CreateStore(WideFile("plain/s.xml"));
