@@ -80,6 +80,10 @@ HWND FirstTabStop(const WindowObject* dialog) {
 
 HWND CreateDialogWindow(const DialogTemplate& dialogTemplate, HWND owner, DLGPROC procedure) {
   WindowObject* ownerObject = FindWindowObject(owner);
+  // A control as owner stands for its dialog; the desktop for no owner.
+  if (ownerObject != nullptr && ownerObject->kind == WindowKind::kControl) {
+    ownerObject = FindWindowObject(ownerObject->parent);
+  }
   if (ownerObject != nullptr && ownerObject->kind != WindowKind::kDialog) ownerObject = nullptr;
 
   auto object = std::make_unique<WindowObject>();

@@ -21,7 +21,8 @@
 //  5. It is hidden, WM_DESTROY is delivered, the window and its controls
 //     end (their timers with them), and their handles become invalid.
 //
-// The owner (may be null) is disabled by the modality while the dialog is up.
+// The owner (may be null; a control stands for its dialog) is disabled by
+// the modality while the dialog is up.
 // A dialog can be opened from within a handler of another one; it nests.
 INT_PTR DialogBoxParamW(HINSTANCE instance, int templateId, HWND owner, DLGPROC procedure, LPARAM param);
 

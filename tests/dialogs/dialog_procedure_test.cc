@@ -79,6 +79,20 @@ TEST_F(DialogProcedureTest, LifecycleInOrder) {
   EXPECT_EQ(log, expected);
 }
 
+TEST_F(DialogProcedureTest, EndedDuringInitTheDialogNeverShows) {
+  RecordingHandler handler("dlg", &log);
+  bool shown = false;
+  handler.onInit = [&](HWND window) {
+    handler.MarkModified(true);
+    EndDialog(window, 4);
+  };
+  INT_PTR result = RunDialog(SampleTemplate(), handler, [&](HWND) { shown = true; }, nullptr, LoggingProcedure);
+  EXPECT_EQ(result, 4);
+  EXPECT_FALSE(shown);
+  // WM_INITDIALOG answers 0 whatever OnInit did.
+  EXPECT_EQ(log, (EventLog{"proc 0x30=0", "dlg:OnInit", "proc 0x110=0", "dlg:OnDestroy", "proc 0x2=1"}));
+}
+
 TEST_F(DialogProcedureTest, NoticesReachTheOwnerInOrder) {
   RecordingHandler outer("outer", &log);
   RecordingHandler inner("inner", &log);
