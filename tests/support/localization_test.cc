@@ -358,4 +358,39 @@ TEST_F(LocalizationTest, StoreKeepsLocalNewOnlyForTheTranslator) {
   EXPECT_EQ(IsApplication(u"demo"), 0);
 }
 
+TEST_F(LocalizationTest, EditingReachesTheSavedFile) {
+  const std::string folder = Folder("lang");
+  ASSERT_EQ(NewLanguageFile(u"Demo"), 1);
+  ASSERT_EQ(AddString(u"Open", u"Öffnen", 0), 1);
+  ASSERT_EQ(AddString(u"Save", nullptr, 99), 1);
+  ASSERT_EQ(SetTranslation(FindStringIndex(u"Save"), WideString(u"Speichern")), 1);
+  EXPECT_EQ(SetTranslation(GetStringCount(), WideString(u"out of range")), 0);
+  ASSERT_EQ(SetLanguage(u"de"), 1);
+  const std::string path = folder + "/Demo_de.locale";
+  ASSERT_EQ(SaveLanguageFileAs(Utf8ToWide(path)), 1);
+  CloseLocalization();
+
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(path), u"de"), 1);
+  std::uint32_t id = 0;
+  EXPECT_EQ(WideView(LocalizeByIndex(FindStringIndex(u"Open"), nullptr, &id)), u"Öffnen");
+  EXPECT_EQ(id, StringId(u"Open"));
+  EXPECT_EQ(WideView(LocalizeByIndex(FindStringIndex(u"Save"), nullptr, &id)), u"Speichern");
+  EXPECT_EQ(id, 99u);
+
+  // A new master under another name and tag: the block is renamed and its
+  // translations are gone.
+  const std::string masterPath = folder + "/Demo_it.locale";
+  ASSERT_EQ(NewMasterAs(Utf8ToWide(masterPath), u"it"), 1);
+  ASSERT_EQ(SaveLanguageFile(), 1);
+  CloseLocalization();
+  ASSERT_EQ(OpenLanguageFile(Utf8ToWide(masterPath), u"it"), 1);
+  EXPECT_EQ(GetStringCount(), 2);
+  EXPECT_EQ(LocalizeByIndex(0, nullptr, nullptr), nullptr);
+  EXPECT_EQ(LocalizeByIndex(1, nullptr, nullptr), nullptr);
+  LocalizationFileInfo info;
+  ASSERT_EQ(ReadFileInfo(info, false), 1);
+  EXPECT_EQ(info.languages, std::vector<WideString>{u"it"});
+  EXPECT_EQ(info.languageCount, 1);
+}
+
 }  // namespace
