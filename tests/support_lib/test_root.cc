@@ -82,14 +82,16 @@ std::vector<std::string> ListFolder(const std::string& path) {
   return names;
 }
 
+// The environment wins, so a test binary can be pointed at another tree; the
+// folders of the build that made it are the fallback.
 std::string BuildDir() {
   const char* d = std::getenv("ML_BUILD_DIR");
-  return d ? d : "";
+  return d && *d ? d : ML_DEFAULT_BUILD_DIR;
 }
 
 std::string SourceDir() {
   const char* d = std::getenv("ML_SOURCE_DIR");
-  return d ? d : "";
+  return d && *d ? d : ML_DEFAULT_SOURCE_DIR;
 }
 
 }  // namespace testing_support

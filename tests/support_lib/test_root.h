@@ -42,8 +42,8 @@ void MakeFolders(const std::string& path);  // mkdir -p
 bool PathExists(const std::string& path);
 std::vector<std::string> ListFolder(const std::string& path);  // names, sorted
 
-// Folder of the build tree and of the sources, from the environment that
-// ctest sets; empty when a test runs outside ctest.
+// Folder of the build tree and of the sources: ML_BUILD_DIR / ML_SOURCE_DIR
+// when set, else the folders of the build that made the test.
 std::string BuildDir();
 std::string SourceDir();
 
