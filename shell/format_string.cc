@@ -187,42 +187,42 @@ void PutPadded(BoundedWriter& out, const Directive& d, const char16_t* text, std
   if (left) out.PutPadding(pad, u' ');
 }
 
-// Numbers go through the C library's formatter, rebuilt as a narrow spec.
+// Numbers go through the C library's formatter, rebuilt as a narrow format.
 void PutNumber(BoundedWriter& out, const Directive& d, std::va_list& args) {
-  std::string spec = "%";
-  if (d.alternate) spec += '#';
-  if (d.left) spec += '-';
-  if (d.plus) spec += '+';
-  if (d.zero) spec += '0';
-  if (d.blank) spec += ' ';
-  if (d.hasWidth) spec += std::to_string(d.width);
-  if (d.hasPrecision) spec += "." + std::to_string(d.precision);
+  std::string narrowFormat = "%";
+  if (d.alternate) narrowFormat += '#';
+  if (d.left) narrowFormat += '-';
+  if (d.plus) narrowFormat += '+';
+  if (d.zero) narrowFormat += '0';
+  if (d.blank) narrowFormat += ' ';
+  if (d.hasWidth) narrowFormat += std::to_string(d.width);
+  if (d.hasPrecision) narrowFormat += "." + std::to_string(d.precision);
 
   const char16_t t = d.type;
   char text[512];
   std::string dynamic;
   int n = 0;
   auto format = [&](auto value) {
-    n = std::snprintf(text, sizeof text, spec.c_str(), value);
+    n = std::snprintf(text, sizeof text, narrowFormat.c_str(), value);
     if (n >= static_cast<int>(sizeof text)) {
       dynamic.resize(static_cast<std::size_t>(n) + 1);
-      std::snprintf(dynamic.data(), dynamic.size(), spec.c_str(), value);
+      std::snprintf(dynamic.data(), dynamic.size(), narrowFormat.c_str(), value);
     }
   };
   if (IsIntegerType(t)) {
     const bool isSigned = (t == u'd' || t == u'i');
     if (d.wide64) {
-      spec += "ll";
-      spec += static_cast<char>(t);
+      narrowFormat += "ll";
+      narrowFormat += static_cast<char>(t);
       long long v = va_arg(args, long long);
       if (isSigned) format(v); else format(static_cast<unsigned long long>(v));
     } else {
       int v = va_arg(args, int);
       if (d.shortMark) {
-        spec += "h";
+        narrowFormat += "h";
         v = isSigned ? static_cast<short>(v) : static_cast<unsigned short>(v);
       }
-      spec += static_cast<char>(t);
+      narrowFormat += static_cast<char>(t);
       if (isSigned) format(v); else format(static_cast<unsigned>(v));
     }
   } else if (t == u'p') {
@@ -230,7 +230,7 @@ void PutNumber(BoundedWriter& out, const Directive& d, std::va_list& args) {
     void* v = va_arg(args, void*);
     n = std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(v)));
   } else {
-    spec += static_cast<char>(t);
+    narrowFormat += static_cast<char>(t);
     double v = va_arg(args, double);
     format(v);
   }
