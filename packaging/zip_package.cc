@@ -11,6 +11,10 @@
 namespace Marlowen {
 namespace {
 
+// libzip's "default" for deflate is its best and slowest level; 6 is the
+// usual balance of zlib and the zip tool, and a dump is large.
+constexpr zip_uint32_t kDeflateLevel = 6;
+
 bool IsZipFile(const PathBuffer& path) {
   PathBuffer extension;
   path.Extension(extension);
@@ -62,7 +66,7 @@ bool ZipAddFile(const PathBuffer& zipPath, const PathBuffer& file) {
     if (index < 0) {
       zip_source_free(content);
     } else {
-      added = zip_set_file_compression(archive, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, 0) == 0;
+      added = zip_set_file_compression(archive, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, kDeflateLevel) == 0;
     }
   }
   if (!added) {
