@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/dbghelp/arena.h"
+#include "platform/dbghelp/system_files.h"
 
 namespace mldbghelp {
 namespace {
@@ -28,7 +29,7 @@ bool FileWriter::Fail(int error) {
 bool FileWriter::PwriteAll(const void* data, size_t size, uint64_t position) {
   const char* p = static_cast<const char*>(data);
   while (size) {
-    ssize_t n = pwrite(fd_, p, size, base_ + static_cast<off_t>(position));
+    ssize_t n = SysPwrite(fd_, p, size, base_ + static_cast<off_t>(position));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return Fail(n < 0 ? errno : ENOSPC);
     p += n;
@@ -81,7 +82,7 @@ bool FileWriter::WriteMemory(uint64_t address, uint64_t size) {
   if (!Flush()) return false;
   while (size) {
     size_t chunk = size < kMemoryChunk ? size : kMemoryChunk;
-    ssize_t n = pwrite(fd_, reinterpret_cast<const void*>(address), chunk, base_ + static_cast<off_t>(position_));
+    ssize_t n = SysPwrite(fd_, reinterpret_cast<const void*>(address), chunk, base_ + static_cast<off_t>(position_));
     if (n < 0 && errno == EINTR) continue;
     if (n < 0 && errno != EFAULT) return Fail(errno);
     if (n <= 0) {

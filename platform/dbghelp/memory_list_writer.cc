@@ -11,7 +11,7 @@ bool Overlaps(const MemoryRange& a, uint64_t start, uint64_t size) {
 
 // Memory that holds no process state, or whose reading has side effects.
 bool LeftOutOfFullMemory(const Mapping& m) {
-  if (!m.readable) return true;
+  if (!m.readable || m.dontDump || m.untouched) return true;
   if (std::strncmp(m.path, "[vvar", 5) == 0 || std::strcmp(m.path, "[vsyscall]") == 0) return true;
   return std::strncmp(m.path, "/dev/", 5) == 0 && std::strncmp(m.path, "/dev/shm/", 9) != 0 &&
          std::strncmp(m.path, "/dev/zero", 9) != 0;

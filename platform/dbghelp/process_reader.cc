@@ -177,6 +177,57 @@ void ReadMappings(ProcessSnapshot* snapshot) {
   }
 }
 
+// The kernel's own core dump leaves out what is marked MADV_DONTDUMP (a
+// sanitizer's terabytes of shadow, this library's arena); so does the
+// full-memory dump. Mappings with nothing resident or swapped are all zeros.
+void ReadMappingDetails(ProcessSnapshot* snapshot) {
+  Bytes text;
+  if (!ReadWholeFile(snapshot->arena, ProcPath(snapshot->pid, "/smaps").c_str(), &text)) return;
+  LineReader lines(text);
+  Bytes line;
+  Mapping* current = nullptr;
+  size_t next = 0;
+  uint64_t resident = 0, swapped = 0;
+  auto finish = [&] {
+    if (current) current->untouched = resident == 0 && swapped == 0;
+  };
+  auto sizeField = [](Bytes field) {
+    const char* p = field.data;
+    const char* end = field.data + field.size;
+    while (p < end && *p != ':') ++p;
+    if (p < end) ++p;
+    SkipSpaces(&p, end);
+    uint64_t value = 0;
+    ParseDecimal(&p, end, &value);
+    return value;
+  };
+  while (lines.Next(&line)) {
+    if (StartsWith(line, "Rss:")) {
+      resident = sizeField(line);
+    } else if (StartsWith(line, "Swap:")) {
+      swapped = sizeField(line);
+    } else if (StartsWith(line, "VmFlags:")) {
+      for (size_t i = 8; current && i + 2 <= line.size; ++i)
+        if (line.data[i - 1] == ' ' && line.data[i] == 'd' && line.data[i + 1] == 'd' &&
+            (i + 2 == line.size || line.data[i + 2] == ' '))
+          current->dontDump = true;
+    } else {
+      // A mapping's first line: "start-end perms ..."; the others have a name and a colon.
+      const char* p = line.data;
+      uint64_t start;
+      if (!ParseHex(&p, line.data + line.size, &start) || p >= line.data + line.size || *p != '-') continue;
+      finish();
+      current = nullptr;
+      resident = swapped = 0;
+      // Both lists are sorted; mappings that came or went meanwhile are skipped.
+      while (next < snapshot->mappings.size() && snapshot->mappings[next].start < start) ++next;
+      if (next < snapshot->mappings.size() && snapshot->mappings[next].start == start)
+        current = &snapshot->mappings[next];
+    }
+  }
+  finish();
+}
+
 const Mapping* FindMapping(const ProcessSnapshot& snapshot, uint64_t address, size_t* index) {
   size_t low = 0, high = snapshot.mappings.size();
   while (low < high) {
@@ -459,7 +510,7 @@ void CollectFd(const char* name, void* context) {
   TextBuilder link = ProcPath(snapshot->pid, "/fd/");
   link.Add(name);
   char target[4096];
-  ssize_t n = readlink(link.c_str(), target, sizeof(target) - 1);
+  ssize_t n = SysReadlink(link.c_str(), target, sizeof(target) - 1);
   if (n < 0) n = 0;
   target[n] = '\0';
   // The descriptor that lists the folder right now is ours, not the process's.
@@ -626,6 +677,7 @@ bool ReadProcess(const CaptureRequest& request, ProcessSnapshot* snapshot) {
   if (request.dumpType & MiniDumpWithHandleData)
     ListFolder(ProcPath(request.pid, "/fd").c_str(), CollectFd, snapshot);
   if (request.dumpType & MiniDumpWithProcessThreadData) ReadThreadTimes(snapshot, request.exceptionThreadId);
+  if (request.dumpType & MiniDumpWithFullMemory) ReadMappingDetails(snapshot);
   return true;
 }
 

@@ -23,6 +23,10 @@ struct Mapping {
   bool readable;
   bool writable;
   bool executable;
+  // From smaps, read for full-memory dumps only: marked MADV_DONTDUMP, or
+  // never touched (nothing resident or swapped: it reads as zeros).
+  bool dontDump;
+  bool untouched;
   const char* path;  // "" for anonymous memory
 };
 

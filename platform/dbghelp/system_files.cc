@@ -14,7 +14,7 @@
 namespace mldbghelp {
 
 bool ReadWholeFile(Arena* arena, const char* path, Bytes* out) {
-  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  int fd = SysOpen(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
   // /proc files report size 0, so grow until read says end of file.
   size_t capacity = 16384;
@@ -32,13 +32,13 @@ bool ReadWholeFile(Arena* arena, const char* path, Bytes* out) {
       buffer = bigger;
       capacity *= 2;
     }
-    ssize_t n = read(fd, buffer + size, capacity - 1 - size);
+    ssize_t n = SysRead(fd, buffer + size, capacity - 1 - size);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) ok = false;
     if (n <= 0) break;
     size += static_cast<size_t>(n);
   }
-  close(fd);
+  SysClose(fd);
   if (!ok) return false;
   buffer[size] = '\0';
   out->data = buffer;
@@ -130,7 +130,7 @@ size_t ReadMemory(uint64_t address, void* buffer, size_t size) {
 }
 
 bool ListFolder(const char* path, void (*visit)(const char* name, void* context), void* context) {
-  int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int fd = SysOpen(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return false;
   alignas(8) char buffer[4096];
   for (;;) {
@@ -144,7 +144,7 @@ bool ListFolder(const char* path, void (*visit)(const char* name, void* context)
       visit(name, context);
     }
   }
-  close(fd);
+  SysClose(fd);
   return true;
 }
 

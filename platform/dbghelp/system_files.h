@@ -6,9 +6,28 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace mldbghelp {
 
 class Arena;
+
+// Straight system calls, bypassing the C library's wrappers: a process may
+// interpose those (a sanitizer runtime checks every buffer handed to
+// pwrite, and the dump hands it whole stacks, red zones included).
+// Each returns -1 with errno set on failure, as the wrappers do.
+inline int SysOpen(const char* path, int flags) { return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0)); }
+inline ssize_t SysRead(int fd, void* buffer, size_t size) { return syscall(SYS_read, fd, buffer, size); }
+inline ssize_t SysPwrite(int fd, const void* data, size_t size, off_t offset) {
+  return syscall(SYS_pwrite64, fd, data, size, offset);
+}
+inline ssize_t SysReadlink(const char* path, char* buffer, size_t size) {
+  return syscall(SYS_readlinkat, AT_FDCWD, path, buffer, size);
+}
+inline int SysClose(int fd) { return static_cast<int>(syscall(SYS_close, fd)); }
 
 // A byte range owned by someone else (usually an arena).
 struct Bytes {
