@@ -48,7 +48,7 @@ struct Scenario {
 Shared* g_shared;
 bool g_capture;
 const char* g_dumpPath;
-volatile uintptr_t g_faultAddress = 0x42;  // unmapped; volatile so the store stays
+volatile uintptr_t g_faultAddress = 0x40;  // unmapped; volatile so the store stays
 
 int64_t NowNs() {
   timespec t{};

@@ -134,7 +134,7 @@ void RefuseTracing() {
 }
 
 __attribute__((noinline)) void CrashInNamedFunction() {
-  *reinterpret_cast<volatile int*>(0x42) = 1;
+  *reinterpret_cast<volatile int*>(0x40) = 1;
   __asm__ volatile("" ::: "memory");
 }
 
