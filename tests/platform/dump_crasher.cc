@@ -4,6 +4,7 @@
 //
 //   ml_dump_crasher DUMP TYPE [--threads N] [--heap-marker] [--hold-malloc-lock]
 //                             [--no-trace] [--file-limit BYTES] [--only-crashing-thread]
+//                             [--overflow]
 //
 // It reports to its parent through stdout (one fact a line, written before
 // the crash) and its exit status: 42 when MiniDumpWriteDump succeeded, 43
@@ -133,6 +134,15 @@ void RefuseTracing() {
   }
 }
 
+// Recurses until the stack's guard stops it; every frame holds a marker.
+__attribute__((noinline)) uint64_t OverflowTheStack(uint64_t depth) {
+  volatile uint64_t frame[64];
+  frame[0] = 0x4f564552464c4f57ULL;
+  frame[63] = depth;
+  if (depth == UINT64_MAX) return 0;  // never: the guard page comes first
+  return OverflowTheStack(depth + 1) + frame[0] + frame[63];
+}
+
 __attribute__((noinline)) void CrashInNamedFunction() {
   *reinterpret_cast<volatile int*>(0x40) = 1;
   __asm__ volatile("" ::: "memory");
@@ -145,7 +155,7 @@ int main(int argc, char** argv) {
   g_dumpPath = argv[1];
   g_dumpType = static_cast<MINIDUMP_TYPE>(std::strtoul(argv[2], nullptr, 0));
   int threads = 0;
-  bool heapMarker = false, holdLock = false, noTrace = false;
+  bool heapMarker = false, holdLock = false, noTrace = false, overflow = false;
   for (int i = 3; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--threads" && i + 1 < argc) threads = std::atoi(argv[++i]);
@@ -153,6 +163,7 @@ int main(int argc, char** argv) {
     if (arg == "--hold-malloc-lock") holdLock = true;
     if (arg == "--no-trace") noTrace = true;
     if (arg == "--only-crashing-thread") g_onlyCrashingThread = true;
+    if (arg == "--overflow") overflow = true;
     if (arg == "--file-limit" && i + 1 < argc) {
       // Writing past the limit fails with EFBIG instead of killing us.
       signal(SIGXFSZ, SIG_IGN);
@@ -192,6 +203,7 @@ int main(int argc, char** argv) {
   Say(line);
   Say("crash-thread " + std::to_string(syscall(SYS_gettid)));
   if (holdLock) StartLockHolder();
+  if (overflow) return static_cast<int>(OverflowTheStack(0));
   CrashInNamedFunction();
   return 0;
 }

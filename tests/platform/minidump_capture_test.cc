@@ -347,6 +347,21 @@ TEST(MinidumpRobustness, UntraceableProcessStillGivesEveryStack) {
   EXPECT_EQ(dump.exception()->threadId, crashed);
 }
 
+TEST(MinidumpRobustness, StackOverflowKeepsTheStackAboveTheGuard) {
+  testing_support::TestRoot root;
+  Crash crash = RunCrasher(root.Path("overflow.dmp"), "0x104", {"--overflow"});
+  ASSERT_EQ(crash.exitStatus, kDumpWritten);
+  MinidumpFile dump;
+  std::string error;
+  ASSERT_TRUE(dump.Open(crash.dumpPath, &error)) << error;
+  ASSERT_EQ(dump.threads().size(), 1u);
+  const auto& thread = dump.threads()[0];
+  EXPECT_GT(thread.stackSize, 0u);
+  // The faulting stack pointer lies just below the readable stack.
+  EXPECT_LE(thread.rsp, thread.stackStart + 4096);
+  EXPECT_TRUE(dump.MemoryContains(0x4f564552464c4f57ULL));
+}
+
 TEST(MinidumpRobustness, CutOffDumpCarriesNoSignature) {
   testing_support::TestRoot root;
   constexpr int kLimit = 20000;  // well short of a whole dump
