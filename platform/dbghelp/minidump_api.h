@@ -88,8 +88,8 @@ typedef struct MINIDUMP_MODULE_CALLBACK {
   const char* FullPath; /* UTF-8 */
   uint64_t BaseOfImage;
   uint32_t SizeOfImage;
-  uint32_t SizeOfCvRecord;
-  const void* CvRecord;
+  uint32_t SizeOfBuildId; /* 0 when the module carries no GNU build id */
+  const void* BuildId;    /* what its CodeView record will hold */
 } MINIDUMP_MODULE_CALLBACK;
 
 typedef struct MINIDUMP_CALLBACK_INPUT {

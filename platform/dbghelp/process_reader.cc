@@ -341,8 +341,8 @@ void FindModules(const CaptureRequest& request, ProcessSnapshot* snapshot) {
     input.Module.FullPath = module->path;
     input.Module.BaseOfImage = module->base;
     input.Module.SizeOfImage = static_cast<uint32_t>(module->size);
-    input.Module.CvRecord = module->buildId;
-    input.Module.SizeOfCvRecord = module->buildIdSize;
+    input.Module.BuildId = module->buildId;
+    input.Module.SizeOfBuildId = module->buildIdSize;
     output.ModuleWriteFlags = ModuleWriteModule | ModuleWriteDataSeg | ModuleWriteCvRecord;
     if (!CallBack(request, &input, &output) || !(output.ModuleWriteFlags & ModuleWriteModule)) {
       snapshot->modules.Truncate(snapshot->modules.size() - 1);
