@@ -21,7 +21,8 @@ bool LeftOutOfFullMemory(const Mapping& m) {
 
 bool WriteMemoryListStream(const ProcessSnapshot& snapshot, FileWriter* file, DumpState* state,
                            Directory* entry) {
-  // Windows and data segments that a stack already covers are not repeated.
+  // Instruction windows and data segments that a stack already covers are
+  // not repeated.
   const size_t stackBlocks = state->memoryBlocks.size();
   size_t extra = 0;
   for (const MemoryRange& r : snapshot.extraMemory) {
