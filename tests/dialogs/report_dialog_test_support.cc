@@ -131,6 +131,8 @@ std::vector<std::uint8_t> ReportDialogTest::SettingsBytes() const {
   return testing_support::ReadFileBytes(InFolder("CrashReport.settings"));
 }
 
+QWidget* Widget(HWND window) { return WidgetFromHandle(window); }
+
 bool Visible(HWND dialog, int id) { return IsWindowVisible(GetDlgItem(dialog, id)) != FALSE; }
 bool Enabled(HWND dialog, int id) { return IsWindowEnabled(GetDlgItem(dialog, id)) != FALSE; }
 bool Checked(HWND dialog, int id) { return SendDlgItemMessageW(dialog, id, BM_GETCHECK, 0, 0) == BST_CHECKED; }

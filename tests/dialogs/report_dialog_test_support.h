@@ -5,6 +5,7 @@
 #pragma once
 
 #include <QObject>
+#include <QTest>
 #include <QTimer>
 #include <cstdint>
 #include <functional>
@@ -107,6 +108,7 @@ class ReportDialogTest : public testing::Test {
 std::vector<std::uint8_t> SettingsFileBytes(bool sendReports, bool askBeforeSending, const std::string& smaNumber);
 
 // Control helpers over the layer's operations.
+QWidget* Widget(HWND window);
 bool Visible(HWND dialog, int id);
 bool Enabled(HWND dialog, int id);
 bool Checked(HWND dialog, int id);

@@ -1,0 +1,146 @@
+// "-report" and its information dialog: nothing without reports, the count
+// and the preselection, and the three choices for all reports.
+#include "dialogs/crash_report_info_dialog.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "dialog_test_support.h"
+#include "dialogs/crash_report_resources.h"
+#include "dialogs/window_api.h"
+#include "report_dialog_test_support.h"
+#include "shell/dialog_modes.h"
+#include "test_root.h"
+
+namespace {
+
+using report_dialog_test::Checked;
+using report_dialog_test::Click;
+using report_dialog_test::Enabled;
+using report_dialog_test::ReportDialogTest;
+using report_dialog_test::Text;
+using report_dialog_test::Visible;
+using report_dialog_test::WhenDialogShows;
+
+class InfoDialogTest : public ReportDialogTest {
+ protected:
+  // Two reports, one of them also packaged: three pending files.
+  void AddThreePending() {
+    AddReport("Quill_20260102030405_1_1", 1);
+    AddReport("Slate_20260102030405_2_2", 2);
+    testing_support::WriteFileText(InFolder("Slate_20260102030405_2_2.zip"), "not yet sent");
+  }
+};
+
+TEST_F(InfoDialogTest, NoReportsShowNothing) {
+  WhenDialogShows act([](HWND dialog) { EndDialog(dialog, 1); });
+  EXPECT_EQ(RunReportMode(), 0);
+  dialog_test::RunEventsFor(50);
+  EXPECT_FALSE(act.fired());
+}
+
+// The saved settings, and the choice that they preselect.
+class InfoPreselectionTest : public InfoDialogTest,
+                             public testing::WithParamInterface<std::tuple<bool, bool, int>> {};
+
+TEST_P(InfoPreselectionTest, CountsEveryPendingFileAndPreselectsBySettings) {
+  const auto [sendReports, askFirst, preselected] = GetParam();
+  SaveSettings(sendReports, askFirst, "");
+  AddThreePending();
+  const std::vector<std::string> before = FolderNames();
+  WhenDialogShows act([&](HWND dialog) {
+    EXPECT_EQ(Text(dialog, kIdReportCount),
+              u"There are 3 error report(s) on this computer that have not been sent to Marlowen.");
+    EXPECT_TRUE(Checked(dialog, preselected));
+    EXPECT_EQ(Checked(dialog, kIdSend), preselected == kIdSend);
+    EXPECT_FALSE(Checked(dialog, kIdDeleteChoice));
+    EXPECT_TRUE(Enabled(dialog, kIdSend) && Enabled(dialog, kIdDoNotSend) && Enabled(dialog, kIdDeleteChoice));
+    EXPECT_FALSE(Visible(dialog, kIdStatus));
+    EXPECT_FALSE(Visible(dialog, kIdProgress));
+    if (preselected == kIdSend) report_dialog_test::SaveScreenshot(dialog, "info_dialog");
+    Click(dialog, kIdDoNotSend);
+    Click(dialog, IDOK);
+  });
+  EXPECT_EQ(RunReportMode(), 0);
+  ASSERT_TRUE(act.fired());
+  EXPECT_TRUE(boxes.empty());
+  EXPECT_EQ(FolderNames(), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Settings, InfoPreselectionTest,
+                         testing::Values(std::make_tuple(true, false, kIdSend),
+                                         std::make_tuple(true, true, kIdDoNotSend),
+                                         std::make_tuple(false, false, kIdDoNotSend)));
+
+TEST_F(InfoDialogTest, SendUploadsAllReportsAndEnds) {
+  auto collector = StartCollector();
+  AddReport("Quill_20260102030405_1_1", 1);
+  AddReport("Slate_20260102030405_2_2", 2);
+  bool uploadingLayout = false;
+  long range = 0;
+  onBox = [&](const report_dialog_test::BoxCall& call) {
+    uploadingLayout = Visible(call.owner, kIdProgress) && Visible(call.owner, kIdStatus) &&
+                      !Visible(call.owner, kIdSend) && !Visible(call.owner, kIdDoNotSend) &&
+                      !Visible(call.owner, kIdDeleteChoice) && !Enabled(call.owner, IDOK);
+    range = static_cast<long>(SendDlgItemMessageW(call.owner, kIdProgress, PBM_GETRANGE, 0, 0));
+    report_dialog_test::SaveScreenshot(call.owner, "info_dialog_uploading");
+  };
+  WhenDialogShows act([&](HWND dialog) {
+    EXPECT_TRUE(Checked(dialog, kIdSend));
+    Click(dialog, IDOK);
+  });
+  EXPECT_EQ(RunReportMode(), 0);
+  ASSERT_TRUE(act.fired());
+  EXPECT_TRUE(uploadingLayout);
+  EXPECT_EQ(range, 14);
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].text, u"Error reports successfully sent to Marlowen.");
+  EXPECT_EQ(collector->UploadCount(), 2u);
+  EXPECT_TRUE(FolderNames().empty());
+}
+
+TEST_F(InfoDialogTest, DeleteAsksAndOnlyNoKeepsTheDialogOpen) {
+  AddThreePending();
+  testing_support::WriteFileText(InFolder("MarlowenErrorReporting.url"), "kept");
+  boxAnswers = {IDNO, IDOK};
+  bool openAfterNo = false;
+  bool stillChosen = false;
+  std::size_t filesAfterNo = 0;
+  WhenDialogShows act([&](HWND dialog) {
+    Click(dialog, kIdDeleteChoice);
+    Click(dialog, IDOK);
+    openAfterNo = IsWindowVisible(dialog) != FALSE;
+    stillChosen = Checked(dialog, kIdDeleteChoice);
+    filesAfterNo = FolderNames().size();
+    // Any answer but No deletes, an OK as well.
+    Click(dialog, IDOK);
+  });
+  EXPECT_EQ(RunReportMode(), 0);
+  ASSERT_TRUE(act.fired());
+  EXPECT_TRUE(openAfterNo);
+  EXPECT_TRUE(stillChosen);
+  EXPECT_EQ(filesAfterNo, 6u);
+  ASSERT_EQ(boxes.size(), 2u);
+  EXPECT_EQ(boxes[0].text, u"Are you sure you want to delete these error reports?");
+  EXPECT_EQ(boxes[0].caption, u"Marlowen Error Reporter");
+  EXPECT_EQ(boxes[0].type, MB_YESNO | MB_ICONQUESTION);
+  EXPECT_EQ(FolderNames(), std::vector<std::string>{"MarlowenErrorReporting.url"});
+}
+
+TEST_F(InfoDialogTest, ReportsGoneBeforeInitLeaveNothingToChoose) {
+  CrashReportInfoDialog dialog;
+  INT_PTR result = dialog_test::RunDialog(InfoDialogTemplate(), dialog, [&](HWND window) {
+    EXPECT_EQ(Text(window, kIdReportCount),
+              u"There are 0 error report(s) on this computer that have not been sent to Marlowen.");
+    EXPECT_FALSE(Enabled(window, kIdSend) || Enabled(window, kIdDoNotSend) || Enabled(window, kIdDeleteChoice));
+    EXPECT_TRUE(dialog.finished);
+    Click(window, IDOK);
+  });
+  EXPECT_EQ(result, IDOK);
+  EXPECT_TRUE(boxes.empty());
+}
+
+}  // namespace
