@@ -43,17 +43,37 @@ std::optional<std::vector<std::uint8_t>> LogCapture::Receive(int timeoutMs) {
   return buffer;
 }
 
-std::optional<std::u16string> LogCapture::NextMessage(int timeoutMs) {
-  const std::optional<std::vector<std::uint8_t>> bytes = Receive(timeoutMs);
-  if (!bytes || bytes->size() < kMessageOffset + 2 * kMessageUnits) return std::nullopt;
+namespace {
+
+std::u16string MessageOf(const std::vector<std::uint8_t>& bytes) {
   std::u16string message;
   for (std::size_t i = 0; i < kMessageUnits; ++i) {
     const std::size_t at = kMessageOffset + 2 * i;
-    const auto unit = static_cast<char16_t>((*bytes)[at] | ((*bytes)[at + 1] << 8));
+    const auto unit = static_cast<char16_t>(bytes[at] | (bytes[at + 1] << 8));
     if (unit == 0) break;
     message.push_back(unit);
   }
   return message;
+}
+
+}  // namespace
+
+std::optional<std::u16string> LogCapture::NextMessage(int timeoutMs) {
+  const std::optional<std::vector<std::uint8_t>> bytes = Receive(timeoutMs);
+  if (!bytes || bytes->size() < kMessageOffset + 2 * kMessageUnits) return std::nullopt;
+  return MessageOf(*bytes);
+}
+
+std::vector<std::pair<std::uint32_t, std::u16string>> LogCapture::Drain() {
+  std::vector<std::pair<std::uint32_t, std::u16string>> lines;
+  while (HasPending()) {
+    const std::optional<std::vector<std::uint8_t>> bytes = Receive(0);
+    if (!bytes || bytes->size() < kMessageOffset + 2 * kMessageUnits) break;
+    const std::uint32_t severity =
+        (*bytes)[0] | (*bytes)[1] << 8 | (*bytes)[2] << 16 | static_cast<std::uint32_t>((*bytes)[3]) << 24;
+    lines.emplace_back(severity, MessageOf(*bytes));
+  }
+  return lines;
 }
 
 bool LogCapture::HasPending() {

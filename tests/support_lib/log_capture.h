@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testing_support {
@@ -30,6 +31,10 @@ class LogCapture {
 
   // Whether a datagram waits, without waiting for one.
   bool HasPending();
+
+  // Every record that has arrived so far, as (severity, message), without
+  // waiting for more.
+  std::vector<std::pair<std::uint32_t, std::u16string>> Drain();
 
   // As a listener that ends: the socket closes and its file goes.
   void Stop();
