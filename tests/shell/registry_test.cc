@@ -14,7 +14,6 @@
 namespace {
 
 using testing_support::ReadFileText;
-using testing_support::TestRoot;
 
 const char kMachineFile[] =
     "Windows Registry Editor Version 5.00\r\n"
@@ -45,6 +44,8 @@ const char kMachineFile[] =
     "[HKEY_CURRENT_CONFIG\\Vendor]\r\n"
     "\"Path\"=\"config path\"\r\n";
 
+constexpr char16_t kApp[] = u"\\\\HKLM\\SOFTWARE\\Vendor\\App";
+
 void WriteRegistry(const std::string& bytes) {
   const std::string path = platform::RegistryFilePath();
   testing_support::MakeFolders(path.substr(0, path.rfind('/')));
@@ -60,7 +61,7 @@ struct ReadCase {
 
 class RegistryReadTest : public testing::TestWithParam<ReadCase> {
  protected:
-  TestRoot root_;
+  testing_support::TestRoot root_;
 };
 
 TEST_P(RegistryReadTest, ReadsMachineFile) {
@@ -72,123 +73,98 @@ TEST_P(RegistryReadTest, ReadsMachineFile) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, RegistryReadTest,
     testing::Values(
-        ReadCase{"default value", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"", u"/opt/vendor/app"},
-        ReadCase{"named value", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
-        ReadCase{"names without case", u"\\\\HKLM\\software\\VENDOR\\app", u"pATH",
-                 u"/opt/vendor"},
-        ReadCase{"escapes", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Quoted",
-                 u"say \"hi\" to C:\\dir"},
+        ReadCase{"default value", kApp, u"", u"/opt/vendor/app"},
+        ReadCase{"names without case", u"\\\\HKLM\\software\\VENDOR\\app", u"pATH", u"/opt/vendor"},
+        ReadCase{"escapes", kApp, u"Quoted", u"say \"hi\" to C:\\dir"},
         ReadCase{"current user", u"\\\\HKCU\\SOFTWARE\\Vendor\\App", u"Path", u"user path"},
         ReadCase{"classes root", u"\\\\HKCR\\Vendor", u"Path", u"classes path"},
         ReadCase{"current config", u"\\\\HKCC\\Vendor", u"Path", u"config path"},
-        ReadCase{"lower-case prefix falls to the machine", u"\\\\hkcu\\SOFTWARE\\Vendor\\App",
-                 u"Path", u"/opt/vendor"},
-        ReadCase{"unknown prefix falls to the machine", u"XXXXXX\\SOFTWARE\\Vendor\\App",
-                 u"Path", u"/opt/vendor"},
-        ReadCase{"bar as seventh character", u"\\\\HKLM|SOFTWARE\\Vendor\\App", u"Path",
-                 u"/opt/vendor"},
+        ReadCase{"lower-case prefix falls to the machine", u"\\\\hkcu\\SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
+        ReadCase{"unknown prefix falls to the machine", u"XXXXXX\\SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
+        ReadCase{"bar as seventh character", u"\\\\HKLM|SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
         ReadCase{"six characters open the root", u"\\\\HKLM", u"AtRoot", u"root value"},
         ReadCase{"seven characters open the root", u"\\\\HKLM\\", u"AtRoot", u"root value"},
-        ReadCase{"dword reads empty", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Count", u""},
-        ReadCase{"binary reads empty", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Blob", u""},
-        ReadCase{"expandable text unexpanded", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Expand",
-                 u"%HOME%/x"},
-        ReadCase{"text without terminator", u"\\\\HKLM\\SOFTWARE\\Vendor\\App",
-                 u"Unterminated", u"ab"},
-        ReadCase{"empty text", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Empty", u""},
-        ReadCase{"zero bytes", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"NoBytes", u""},
-        ReadCase{"missing value", u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Nothing", u""},
+        ReadCase{"empty form is the machine root", u"", u"AtRoot", u"root value"},
+        ReadCase{"dword reads empty", kApp, u"Count", u""}, ReadCase{"binary reads empty", kApp, u"Blob", u""},
+        ReadCase{"expandable text unexpanded", kApp, u"Expand", u"%HOME%/x"},
+        ReadCase{"text without terminator", kApp, u"Unterminated", u"ab"},
+        ReadCase{"zero bytes", kApp, u"NoBytes", u""}, ReadCase{"missing value", kApp, u"Nothing", u""},
         ReadCase{"missing key", u"\\\\HKLM\\SOFTWARE\\Other", u"Path", u""},
-        ReadCase{"parent key has no values", u"\\\\HKLM\\SOFTWARE\\Vendor", u"Path", u""},
-        ReadCase{"empty form is the machine root", u"", u"AtRoot", u"root value"}),
+        ReadCase{"parent key has no values", u"\\\\HKLM\\SOFTWARE\\Vendor", u"Path", u""}),
     [](const testing::TestParamInfo<ReadCase>& info) { return std::to_string(info.index); });
 
 class RegistryFileTest : public testing::Test {
  protected:
-  TestRoot root_;
+  testing_support::TestRoot root_;
 };
 
 TEST_F(RegistryFileTest, MissingOrDamagedFileReadsAsEmpty) {
-  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u""), u"");
-
-  const std::vector<std::string> damaged = {
-      std::string("\x00\xff\x13garbage\x01", 11),
-      "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n"
-      "@=\"/opt/vendor/app\"\nthis line means nothing\n",
-      "[HKEY_NOWHERE\\X]\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=\"/opt/vendor/app\"\n",
-      "@=\"value before any key\"\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=\"x\"\n",
-      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=\"unterminated\n",
-      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n@=hex:01,zz\n\"Path\"=\"p\"\n",
-      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n\"Path\"=\"p\"\n\"B\"=hex:01,\\\n",
-  };
-  for (const std::string& bytes : damaged) {
+  EXPECT_EQ(ReadRegistryString(kApp, u""), u"");
+  const std::string header = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\App]\n";
+  for (const std::string& bytes : {
+           std::string("\x00\xff\x13garbage\x01", 11),
+           header + "@=\"/opt/vendor/app\"\nthis line means nothing\n",
+           "[HKEY_NOWHERE\\X]\n" + header + "@=\"/opt/vendor/app\"\n",
+           "@=\"value before any key\"\n" + header + "@=\"x\"\n",
+           header + "@=\"unterminated\n",
+           header + "@=hex:01,zz\n\"Path\"=\"p\"\n",
+           header + "\"Path\"=\"p\"\n\"B\"=hex:01,\\\n",
+       }) {
     WriteRegistry(bytes);
-    EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u""), u"") << bytes;
-    EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Path"), u"") << bytes;
+    EXPECT_EQ(ReadRegistryString(kApp, u""), u"") << bytes;
+    EXPECT_EQ(ReadRegistryString(kApp, u"Path"), u"") << bytes;
   }
 }
 
-TEST_F(RegistryFileTest, ReadsUtf16AndOldFormat) {
-  std::string text =
-      "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\r\n"
-      "\"Name\"=\"gr\xC3\xBC\xC3\x9F\"\r\n";
-  std::u16string wide = u"\uFEFF" + Utf8ToWide(text);
+TEST_F(RegistryFileTest, ReadsUtf16AndOldFormatAndLaterDefinitionsWin) {
+  const std::string text = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\r\n"
+                           "\"Name\"=\"gr\xC3\xBC\xC3\x9F\"\r\n";
   std::string bytes;
-  for (char16_t c : wide) {
-    bytes += static_cast<char>(c & 0xFF);
-    bytes += static_cast<char>(c >> 8);
+  for (char16_t c : u"\uFEFF" + Utf8ToWide(text)) bytes += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
+  for (const std::string& file : {bytes, "\xEF\xBB\xBF" + text}) {
+    WriteRegistry(file);
+    EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor", u"Name"), u"gr\u00FC\u00DF");
   }
-  WriteRegistry(bytes);
-  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor", u"Name"), u"gr\u00FC\u00DF");
-
-  WriteRegistry("\xEF\xBB\xBF" + text);
-  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor", u"Name"), u"gr\u00FC\u00DF");
-
   // The old format keeps expandable text in 8-bit bytes.
-  WriteRegistry(
-      "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\n"
-      "\"Expand\"=hex(2):25,54,4d,50,25,00\n");
+  WriteRegistry("REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor]\n\"Expand\"=hex(2):25,54,4d,50,25,00\n");
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor", u"Expand"), u"%TMP%");
-}
 
-TEST_F(RegistryFileTest, LaterDefinitionsAndDeletionsWin) {
-  WriteRegistry(
-      "Windows Registry Editor Version 5.00\n"
-      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"first\"\n\"W\"=\"kept\"\n"
-      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"second\"\n\"W\"=-\n"
-      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\B\\C]\n\"V\"=\"c\"\n"
-      "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\B]\n");
+  WriteRegistry("Windows Registry Editor Version 5.00\n"
+                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"first\"\n\"W\"=\"kept\"\n"
+                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"second\"\n\"W\"=-\n"
+                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\B\\C]\n\"V\"=\"c\"\n"
+                "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\B]\n");
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\A", u"V"), u"second");
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\A", u"W"), u"");
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\B\\C", u"V"), u"");
 }
 
 TEST_F(RegistryFileTest, WriterCreatesFileThatReadsBack) {
-  const WideString form = u"\\\\HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App Paths\\"
-                          u"MLCrashReporter.exe";
+  const WideString form = u"\\\\HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App Paths\\MLCrashReporter.exe";
   ASSERT_TRUE(WriteRegistryString(form, u"", u"/opt/marlowen/bin/MLCrashReporter"));
   ASSERT_TRUE(WriteRegistryString(form, u"Path", u"/opt/marlowen/lib \"x\"\\"));
-  EXPECT_EQ(ReadRegistryString(form, u""), u"/opt/marlowen/bin/MLCrashReporter");
   EXPECT_EQ(ReadRegistryString(form, u"Path"), u"/opt/marlowen/lib \"x\"\\");
   EXPECT_EQ(ReadFileText(platform::RegistryFilePath()),
             "Windows Registry Editor Version 5.00\n"
             "\n"
-            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App Paths\\"
-            "MLCrashReporter.exe]\n"
+            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App Paths\\MLCrashReporter.exe]\n"
             "@=\"/opt/marlowen/bin/MLCrashReporter\"\n"
             "\"Path\"=\"/opt/marlowen/lib \\\"x\\\"\\\\\"\n");
-
   // A line break cannot stand in a quoted text; the typed byte form carries it.
   ASSERT_TRUE(WriteRegistryString(u"\\\\HKLM\\SOFTWARE\\Multi", u"Text", u"a\nb"));
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Multi", u"Text"), u"a\nb");
+
+  const std::string damaged = "[HKEY_LOCAL_MACHINE\\X]\nnonsense\n";
+  WriteRegistry(damaged);
+  EXPECT_FALSE(WriteRegistryString(u"\\\\HKLM\\X", u"V", u"v"));
+  EXPECT_EQ(ReadFileText(platform::RegistryFilePath()), damaged);
 }
 
 TEST_F(RegistryFileTest, WriterKeepsTheRestOfTheFile) {
   WriteRegistry(kMachineFile);
-  ASSERT_TRUE(WriteRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"PATH", u"/new"));
-  ASSERT_TRUE(WriteRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Expand", u"plain"));
+  ASSERT_TRUE(WriteRegistryString(kApp, u"PATH", u"/new"));
+  ASSERT_TRUE(WriteRegistryString(kApp, u"Expand", u"plain"));
   ASSERT_TRUE(WriteRegistryString(u"\\\\HKCU\\SOFTWARE\\Vendor\\App", u"Added", u"more"));
-
   std::string expected = kMachineFile;
   auto replace = [&expected](const std::string& from, const std::string& to) {
     std::size_t at = expected.find(from);
@@ -196,40 +172,29 @@ TEST_F(RegistryFileTest, WriterKeepsTheRestOfTheFile) {
     expected.replace(at, from.size(), to);
   };
   replace("\"Path\"=\"/opt/vendor\"\r\n", "\"PATH\"=\"/new\"\r\n");
-  replace(
-      "\"Expand\"=hex(2):25,00,48,00,4f,00,4d,00,45,00,25,00,2f,00,\\\r\n  78,00,00,00\r\n",
-      "\"Expand\"=\"plain\"\r\n");
+  replace("\"Expand\"=hex(2):25,00,48,00,4f,00,4d,00,45,00,25,00,2f,00,\\\r\n  78,00,00,00\r\n",
+          "\"Expand\"=\"plain\"\r\n");
   replace("\"Path\"=\"user path\"\r\n", "\"Path\"=\"user path\"\r\n\"Added\"=\"more\"\r\n");
   EXPECT_EQ(ReadFileText(platform::RegistryFilePath()), expected);
-  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u"Count"), u"");
-  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\Vendor\\App", u""), u"/opt/vendor/app");
-}
-
-TEST_F(RegistryFileTest, WriterRefusesDamagedFileAndKeepsIt) {
-  const std::string damaged = "[HKEY_LOCAL_MACHINE\\X]\nnonsense\n";
-  WriteRegistry(damaged);
-  EXPECT_FALSE(WriteRegistryString(u"\\\\HKLM\\X", u"V", u"v"));
-  EXPECT_EQ(ReadFileText(platform::RegistryFilePath()), damaged);
 }
 
 TEST(RegistryFileObjectTest, KeepsTypesAndBytes) {
   RegistryFile file;
-  ASSERT_TRUE(file.Parse(
-      "[HKEY_LOCAL_MACHINE\\K]\n\"D\"=dword:ffffffff\n\"Q\"=hex(b):01,00,00,00,00,00,00,80\n"
-      "\"S\"=\"\u00e9\"\n"));
-  const RegistryValue* dword = file.FindValue(u"hkey_local_machine\\k", u"d");
-  ASSERT_NE(dword, nullptr);
-  EXPECT_EQ(dword->type, kRegDword);
-  EXPECT_EQ(dword->data, (std::vector<std::uint8_t>{0xff, 0xff, 0xff, 0xff}));
-  const RegistryValue* qword = file.FindValue(u"HKEY_LOCAL_MACHINE\\K", u"Q");
-  ASSERT_NE(qword, nullptr);
-  EXPECT_EQ(qword->type, 0xbu);
-  EXPECT_EQ(qword->data, (std::vector<std::uint8_t>{1, 0, 0, 0, 0, 0, 0, 0x80}));
-  const RegistryValue* text = file.FindValue(u"HKEY_LOCAL_MACHINE\\K", u"S");
-  ASSERT_NE(text, nullptr);
-  EXPECT_EQ(text->type, kRegString);
-  EXPECT_EQ(text->data, (std::vector<std::uint8_t>{0xe9, 0x00, 0x00, 0x00}));
-
+  ASSERT_TRUE(file.Parse("[HKEY_LOCAL_MACHINE\\K]\n\"D\"=dword:ffffffff\n\"Q\"=hex(b):01,00,00,00,00,00,00,80\n"
+                         "\"S\"=\"\u00e9\"\n"));
+  struct Expected {
+    const char16_t* name;
+    std::uint32_t type;
+    std::vector<std::uint8_t> data;
+  };
+  for (const Expected& e : {Expected{u"d", kRegDword, {0xff, 0xff, 0xff, 0xff}},
+                            Expected{u"Q", 0xbu, {1, 0, 0, 0, 0, 0, 0, 0x80}},
+                            Expected{u"S", kRegString, {0xe9, 0x00, 0x00, 0x00}}}) {
+    const RegistryValue* value = file.FindValue(u"hkey_local_machine\\k", e.name);
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(value->type, e.type);
+    EXPECT_EQ(value->data, e.data);
+  }
   EXPECT_FALSE(file.SetString(u"HKEY_NOWHERE\\K", u"V", u"v"));
   EXPECT_FALSE(file.SetString(u"HKEY_LOCAL_MACHINE\\K", u"bad\nname", u"v"));
 }
