@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -23,7 +22,7 @@ using testing_support::WriteFileText;
 
 class FolderSearchTest : public testing::Test {
  protected:
-  FolderSearchTest() : folder_(root_.Path("reports")) { MakeFolders(folder_); }
+  FolderSearchTest() { MakeFolders(folder_); }
 
   std::string In(const std::string& name) const { return folder_ + "/" + name; }
 
@@ -38,23 +37,12 @@ class FolderSearchTest : public testing::Test {
   }
 
   testing_support::TestRoot root_;
-  std::string folder_;
+  std::string folder_ = root_.Path("reports");
   bool found_ = false;
 };
 
-TEST_F(FolderSearchTest, PrefixesNamesWithTheFolderAsGivenPlusASeparator) {
-  WriteFileText(In("a.dmp"), "");
-  WriteFileText(In("b.zip"), "");
-  EXPECT_EQ(Search(folder_, u"*.dmp", FindFilter_Files), Names{In("a.dmp")});
-  // A trailing separator gives a doubled one before the names; the query
-  // itself has a single one and still matches.
-  EXPECT_EQ(Search(folder_ + "/", u"*.DMP", FindFilter_Files), Names{folder_ + "//a.dmp"});
-}
-
-TEST_F(FolderSearchTest, FindFilesSkipsHousekeepingHiddenSystemAndFolders) {
-  for (const char* name : {"Thumbs.db", "desktop.INI", "MyThumbs.db", "report.dmp", ".hidden"}) {
-    WriteFileText(In(name), "");
-  }
+TEST_F(FolderSearchTest, FiltersSkipHousekeepingHiddenSystemAndFolders) {
+  for (const char* name : {"Thumbs.db", "desktop.INI", "MyThumbs.db", "report.dmp", ".hidden"}) WriteFileText(In(name), "");
   MakeFolders(In("sub"));
   ASSERT_EQ(mkfifo(In("fifo").c_str(), 0600), 0);
   ASSERT_EQ(symlink(In("nowhere").c_str(), In("dangling").c_str()), 0);
@@ -64,7 +52,8 @@ TEST_F(FolderSearchTest, FindFilesSkipsHousekeepingHiddenSystemAndFolders) {
   FindFiles(results, PathBuffer::FromUtf8(folder_), u"*.*", false);
   ASSERT_EQ(results.size(), 2u);
   EXPECT_EQ(Search(folder_, u"*", FindFilter_Files), (Names{In("MyThumbs.db"), In("report.dmp")}));
-
+  // A trailing separator gives a doubled one before the names.
+  EXPECT_EQ(Search(folder_ + "/", u"*.DMP", FindFilter_Files), Names{folder_ + "//report.dmp"});
   EXPECT_EQ(Search(folder_, u"*", FindFilter_Files | FindFilter_KeepSystemNames).size(), 4u);
   EXPECT_EQ(Search(folder_, u"*", FindFilter_Folders), (Names{In("linked"), In("sub")}));
   EXPECT_EQ(Search(folder_, u"*.*", FindFilter_Files | FindFilter_System),
@@ -76,9 +65,7 @@ TEST_F(FolderSearchTest, FindFilesSkipsHousekeepingHiddenSystemAndFolders) {
 TEST_F(FolderSearchTest, RecursionEntersMatchingFoldersButNoLinks) {
   MakeFolders(In("r1/r2"));
   MakeFolders(In("other"));
-  WriteFileText(In("r1/r1.txt"), "");
-  WriteFileText(In("r1/r2/r-deep"), "");
-  WriteFileText(In("other/r-not-reached"), "");
+  for (const char* name : {"r1/r1.txt", "r1/r2/r-deep", "other/r-not-reached"}) WriteFileText(In(name), "");
   // A link back up would never end if it were followed.
   ASSERT_EQ(symlink(folder_.c_str(), In("r1/r-loop").c_str()), 0);
   EXPECT_EQ(Search(folder_, u"r*", FindFilter_Files, true), (Names{In("r1/r1.txt"), In("r1/r2/r-deep")}));
@@ -86,39 +73,27 @@ TEST_F(FolderSearchTest, RecursionEntersMatchingFoldersButNoLinks) {
 
 TEST_F(FolderSearchTest, AnswersFalseOnlyWhenTheFirstLookUpFindsNothing) {
   WriteFileText(In("file"), "");
-  EXPECT_TRUE(Search(folder_, u"*.dmp", FindFilter_Files).empty());
-  EXPECT_FALSE(found_);
-  Search(In("missing"), u"*", FindFilter_Files);
-  EXPECT_FALSE(found_);
-  Search(In("file"), u"*", FindFilter_Files);
-  EXPECT_FALSE(found_);
+  for (const std::string& folder : {folder_, In("missing"), In("file")}) {
+    EXPECT_TRUE(Search(folder, u"*.dmp", FindFilter_Files).empty());
+    EXPECT_FALSE(found_) << folder;
+  }
   // Found but refused by the filter still counts as found.
   EXPECT_TRUE(Search(folder_, u"file", FindFilter_Folders).empty());
   EXPECT_TRUE(found_);
 }
 
-struct WildcardCase {
-  const char16_t* pattern;
-  const char16_t* name;
-  bool matches;
-};
-
-void PrintTo(const WildcardCase& c, std::ostream* out) {
-  *out << '"' << WideToUtf8(c.pattern) << "\" on \"" << WideToUtf8(c.name) << '"';
+TEST(WildcardTest, MatchesLikeTheSearchPatternsOfTheSystem) {
+  struct Case {
+    const char16_t* pattern;
+    const char16_t* name;
+    bool matches;
+  };
+  for (const Case& c : {Case{u"*.dmp", u"X.DMP", true}, Case{u"*.dmp", u"a.dmp.zip", false}, Case{u"*.*", u"noext", true},
+                        Case{u"a?c", u"ac", false}, Case{u"a[1]*", u"a[1].dmp", true}, Case{u"*a*b", u"xaxxab", true},
+                        Case{u"caf\u00C9*", u"caf\u00E9.dmp", true}}) {
+    EXPECT_EQ(MatchesWildcard(c.pattern, c.name), c.matches) << WideToUtf8(c.pattern) << " " << WideToUtf8(c.name);
+  }
 }
-
-class WildcardTest : public testing::TestWithParam<WildcardCase> {};
-
-TEST_P(WildcardTest, MatchesLikeTheSearchPatternsOfTheSystem) {
-  EXPECT_EQ(MatchesWildcard(GetParam().pattern, GetParam().name), GetParam().matches);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, WildcardTest,
-    testing::Values(WildcardCase{u"*.dmp", u"X.DMP", true}, WildcardCase{u"*.dmp", u"a.dmp.zip", false},
-                    WildcardCase{u"*.*", u"noext", true}, WildcardCase{u"App_1*", u"App_1.dmp", true},
-                    WildcardCase{u"a?c", u"ac", false}, WildcardCase{u"a[1]*", u"a[1].dmp", true},
-                    WildcardCase{u"*a*b", u"xaxxab", true}, WildcardCase{u"caf\u00C9*", u"caf\u00E9.dmp", true}));
 
 }  // namespace
 }  // namespace Marlowen
