@@ -29,8 +29,7 @@ std::string LocaleXml(const std::string& application, const std::vector<TestBloc
   for (const TestBlock& block : blocks) {
     xml += "  <Localize language=\"" + Escape(block.language) + "\">\n";
     for (const TestString& s : block.strings) {
-      xml += "    <String>\n      <Original id=\"" + std::to_string(s.id) + "\">" + Escape(s.original) +
-             "</Original>\n";
+      xml += "    <String>\n      <Original id=\"" + std::to_string(s.id) + "\">" + Escape(s.original) + "</Original>\n";
       if (s.local) xml += "      <Local>" + Escape(*s.local) + "</Local>\n";
       if (s.localNew) xml += "      <LocalNew>" + Escape(*s.localNew) + "</LocalNew>\n";
       xml += "    </String>\n";
@@ -49,13 +48,7 @@ std::vector<std::uint8_t> Utf16LeBytes(const std::u16string& text) {
   return bytes;
 }
 
-void LocalizationTest::SetUp() {
-  Marlowen::CloseLocalization();
-  Marlowen::languageName.clear();
-  Marlowen::localizationErrorCallback = nullptr;
-}
-
-void LocalizationTest::TearDown() {
+void LocalizationTest::Reset() {
   Marlowen::CloseLocalization();
   Marlowen::languageName.clear();
   Marlowen::localizationErrorCallback = nullptr;
@@ -68,8 +61,7 @@ std::string LocalizationTest::Folder(const std::string& relative) {
 }
 
 std::string LocalizationTest::WriteLocale(const std::string& folder, const std::string& name,
-                                          const std::string& application,
-                                          const std::vector<TestBlock>& blocks) {
+                                          const std::string& application, const std::vector<TestBlock>& blocks) {
   const std::string path = folder + "/" + name;
   testing_support::WriteFileText(path, LocaleXml(application, blocks));
   return path;

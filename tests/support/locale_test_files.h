@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "shell/wide_string.h"
@@ -15,16 +16,13 @@
 namespace locale_testing {
 
 struct TestString {
-  TestString(std::string originalText, std::optional<std::string> localText = std::nullopt,
-             std::uint32_t rowId = 7, std::optional<std::string> localNewText = std::nullopt)
-      : original(std::move(originalText)),
-        local(std::move(localText)),
-        id(rowId),
-        localNew(std::move(localNewText)) {}
+  TestString(std::string originalText, std::optional<std::string> localText = std::nullopt, std::uint32_t rowId = 7,
+             std::optional<std::string> localNewText = std::nullopt)
+      : original(std::move(originalText)), local(std::move(localText)), id(rowId), localNew(std::move(localNewText)) {}
 
   std::string original;
   std::optional<std::string> local;
-  std::uint32_t id = 7;
+  std::uint32_t id;
   std::optional<std::string> localNew;
 };
 
@@ -42,14 +40,15 @@ std::vector<std::uint8_t> Utf16LeBytes(const std::u16string& text);
 
 class LocalizationTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override { Reset(); }
+  void TearDown() override { Reset(); }
+  static void Reset();
 
   // A folder inside the test root, created.
   std::string Folder(const std::string& relative);
   // Writes a .locale file and answers its path.
-  std::string WriteLocale(const std::string& folder, const std::string& name,
-                          const std::string& application, const std::vector<TestBlock>& blocks);
+  std::string WriteLocale(const std::string& folder, const std::string& name, const std::string& application,
+                          const std::vector<TestBlock>& blocks);
 
   testing_support::TestRoot root_;
 };
