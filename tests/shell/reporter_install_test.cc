@@ -77,6 +77,24 @@ TEST_F(ReporterInstallTest, PrefixWithBlankIsRegisteredWithAWarning) {
   EXPECT_EQ(Registered(Marlowen::kToolPathValueName), prefix + "/lib/marlowen/MLCrashReporter");
 }
 
+// The uninstall's registry step appends a deletion section; a later install
+// must register the tool again behind it.
+TEST_F(ReporterInstallTest, UninstallLineRemovesTheEntryAndReinstallRestoresIt) {
+  const std::string prefix = root_.Path("usr");
+  ASSERT_EQ(Install(prefix).exitStatus, 0);
+  const std::string registryFile = root_.Path("etc/marlowen/registry.reg");
+  testing_support::WriteFileText(
+      registryFile,
+      testing_support::ReadFileText(registryFile) +
+          "\n[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App "
+          "Paths\\MLCrashReporter.exe]\n");
+  EXPECT_EQ(Registered(Marlowen::kToolPathValueName), "");
+  EXPECT_EQ(Registered(Marlowen::kToolFolderValueName), "");
+
+  ASSERT_EQ(Install(prefix).exitStatus, 0);
+  EXPECT_EQ(Registered(Marlowen::kToolPathValueName), prefix + "/lib/marlowen/MLCrashReporter");
+}
+
 TEST_F(ReporterInstallTest, InstalledToolSendsTheReportOfACrashingProduct) {
   ASSERT_EQ(Install(root_.Path("usr")).exitStatus, 0);
   Collector collector(root_.Path("collector"));
