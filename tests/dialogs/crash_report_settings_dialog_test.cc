@@ -271,11 +271,4 @@ TEST_F(SettingsDialogTest, OpenedFromALinkSavesWhileTheCallerKeepsWhatItRead) {
   EXPECT_EQ(FolderNames(), after);
 }
 
-TEST(CustomerNumberFormTest, FiveDigitsHyphenFiveDigits) {
-  EXPECT_TRUE(CrashReportSettingsDialog::IsValidCustomerNumber(u"00000-99999"));
-  EXPECT_FALSE(CrashReportSettingsDialog::IsValidCustomerNumber(u""));
-  EXPECT_FALSE(CrashReportSettingsDialog::IsValidCustomerNumber(u"12345 67890"));
-  EXPECT_FALSE(CrashReportSettingsDialog::IsValidCustomerNumber(u"\uff11\uff12\uff13\uff14\uff15-67890"));
-}
-
 }  // namespace

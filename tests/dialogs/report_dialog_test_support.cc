@@ -6,6 +6,7 @@
 #include <QTest>
 #include <QWidget>
 #include <filesystem>
+#include <utility>
 
 #include "dialog_test_support.h"
 #include "dialogs/crash_report_resources.h"
@@ -40,6 +41,7 @@ bool StepRecorder::eventFilter(QObject* watched, QEvent* event) {
     char16_t text[512] = {};
     GetWindowTextW(status_, text, 512);
     seen_.push_back({WideString(text), static_cast<long>(SendMessageW(bar_, PBM_GETPOS, 0, 0))});
+    if (onFirstStep && seen_.back().text.starts_with(u"Report id: ")) std::exchange(onFirstStep, nullptr)();
   }
   return QObject::eventFilter(watched, event);
 }

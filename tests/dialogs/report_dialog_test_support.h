@@ -49,6 +49,8 @@ class StepRecorder : public QObject {
   bool eventFilter(QObject* watched, QEvent* event) override;
   // The repaints that show a report id, without immediate repeats.
   std::vector<ShownStep> ReportSteps() const;
+  // Runs at the first repaint that shows a report id.
+  std::function<void()> onFirstStep;
 
  private:
   HWND status_;
