@@ -9,7 +9,8 @@
 // Options: --name NAME (application name), --disposition N, --no-capture,
 // --threads N (idle extra threads), --heap-mb N (touched heap),
 // --fault-time-fd FD (8 bytes of CLOCK_MONOTONIC nanoseconds written there
-// just before the fault).
+// just before the fault), --print-address (prints the address of the
+// null-write function on standard output first, for checking a report).
 #include <pthread.h>
 #include <time.h>
 #include <unistd.h>
@@ -38,6 +39,7 @@ struct Options {
   int threads = 0;
   std::size_t heapMegabytes = 0;
   int faultTimeFd = -1;
+  bool printAddress = false;
 };
 
 int g_faultTimeFd = -1;
@@ -155,6 +157,8 @@ bool ParseOptions(int argc, char** argv, Options& options) {
       options.heapMegabytes = static_cast<std::size_t>(std::atoll(argv[++i]));
     } else if (argument == "--fault-time-fd" && hasValue) {
       options.faultTimeFd = std::atoi(argv[++i]);
+    } else if (argument == "--print-address") {
+      options.printAddress = true;
     } else if (argument.rfind("--", 0) != 0 && options.mode.empty()) {
       options.mode = argument;
     } else {
@@ -169,7 +173,7 @@ int SampleMain(int argc, char** argv) {
   if (!ParseOptions(argc, argv, options)) {
     std::fprintf(stderr,
                  "usage: ml-sample-product [--name NAME] [--disposition N] [--no-capture] [--threads N]\n"
-                 "                         [--heap-mb N] [--fault-time-fd FD] MODE\n"
+                 "                         [--heap-mb N] [--fault-time-fd FD] [--print-address] MODE\n"
                  "MODE: none null-write divide-by-zero illegal-instruction breakpoint abort\n"
                  "      uncaught-exception stack-overflow thread-fault two-thread-fault capture-fault\n");
     return 2;
@@ -185,6 +189,10 @@ int SampleMain(int argc, char** argv) {
     }
   }
   g_faultTimeFd = options.faultTimeFd;
+  if (options.printAddress) {
+    std::printf("CrashByNullWrite=%p\n", reinterpret_cast<void*>(&CrashByNullWrite));
+    std::fflush(stdout);
+  }
   StartIdleThreads(options.threads);
   TouchHeap(options.heapMegabytes);
 
