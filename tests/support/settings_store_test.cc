@@ -163,13 +163,14 @@ TEST_F(SettingsStoreTest, HandWrittenValuesConvertAsTheFormatSays) {
                 "<String lParam=\"4\"></String><Int lParam=\"5\">1</Int><String lParam=\"-2\">y</String></StringList>"
                 "</Group>");
   auto store = OpenStore(WideFile("hand.xml"));
-  std::int32_t number = 0;
-  IntValue(number, 0, u"spaced", u"G", *store, false);
-  EXPECT_EQ(number, -12);
-  IntValue(number, 0, u"huge", u"G", *store, false);
-  EXPECT_EQ(number, 2147483647);
-  EXPECT_EQ(IntValue(number, 7, u"word", u"G", *store, false), 1);
-  EXPECT_EQ(number, 0);
+  // Leading blanks and trailing junk are skipped, big numbers saturate, and a
+  // word reads as 0 but still counts as found.
+  for (const auto& [name, expected] : {std::pair<const char16_t*, std::int32_t>{u"spaced", -12}, {u"huge", 2147483647},
+                                       {u"word", 0}}) {
+    std::int32_t number = 7;
+    EXPECT_EQ(IntValue(number, 7, name, u"G", *store, false), 1) << WideToUtf8(name);
+    EXPECT_EQ(number, expected) << WideToUtf8(name);
+  }
   double real = 0;
   DoubleValue(real, 0, u"d", u"G", *store, false);
   EXPECT_EQ(real, 25.0);
@@ -189,10 +190,8 @@ TEST_F(SettingsStoreTest, HandWrittenValuesConvertAsTheFormatSays) {
   StringListT list;
   StringListValue(list, u"l", u"G", *store, false);
   ASSERT_EQ(list.size(), 2u);
-  EXPECT_EQ(list[0].text, u"x");
-  EXPECT_EQ(list[0].lParam, 3);
-  EXPECT_EQ(list[1].text, u"y");
-  EXPECT_EQ(list[1].lParam, -2);
+  EXPECT_EQ(list[0].text + u"|" + list[1].text, u"x|y");
+  EXPECT_EQ(std::make_pair(list[0].lParam, list[1].lParam), std::make_pair(3, -2));
 }
 
 TEST_F(SettingsStoreTest, Bin16DigitsAreReadTwoAtATime) {
