@@ -145,17 +145,6 @@ TEST_F(LogListenerTest, LeftoverSocketIsReplacedButALiveListenerIsNot) {
   EXPECT_EQ(first.Wait(), 0);
 }
 
-TEST_F(LogListenerTest, RootTooLongForASocketAddressStillWorksOnBothSides) {
-  const std::string deep = root_.Path(std::string(120, 'd') + "/" + std::string(60, 'e'));
-  setenv("MARLOWEN_ROOT", deep.c_str(), 1);
-  ListenerProcess listener({"--count", "1"});
-  ASSERT_EQ(listener.ErrLine(), "ml-log-listener: listening on " + deep + "/run/marlowen/MLLog.1");
-  EXPECT_EQ(LogCrashReporting(kLogInformation, u"from far down"), 1);
-  EXPECT_NE(listener.OutLine().value_or("").find("| from far down"), std::string::npos);
-  EXPECT_EQ(listener.Wait(), 0);
-  EXPECT_FALSE(testing_support::PathExists(deep + "/run/marlowen/MLLog.1"));
-}
-
 TEST_F(LogListenerTest, BadCommandLineIsRefusedAndTermSignalEndsItCleanly) {
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"--count", "0"}, {"--count", "x1"}, {"--root"}, {"--verbose"}}) {

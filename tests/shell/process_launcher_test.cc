@@ -165,23 +165,6 @@ TEST_F(ProcessLauncherTest, DescriptorsAndOwnership) {
   EXPECT_NE(fcntl(2, F_GETFD), -1);
 }
 
-TEST_F(ProcessLauncherTest, SecondStartLeavesFirstChildRunning) {
-  Pipe out;
-  LaunchOptions options;
-  options.standardOutput = out.write;
-  std::uint32_t first = 0;
-  {
-    ProcessLauncher launcher(Utf8ToWide(ML_ECHO_CHILD), u"again", options);
-    ASSERT_TRUE(launcher.Start(false));
-    first = launcher.processInformation().processId;
-    ASSERT_TRUE(launcher.Start(true));
-    EXPECT_NE(launcher.processInformation().processId, first);
-  }
-  auto reports = ReadReports(out.read);
-  ASSERT_EQ(reports.size(), 2u);
-  EXPECT_EQ(reports[1]["text"], "again");
-}
-
 TEST_F(ProcessLauncherTest, StartsUnderAnotherIdentity) {
   LaunchOptions options;
   if (geteuid() != 0) {

@@ -3,12 +3,12 @@
 // damaged.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "platform/machine_paths.h"
 #include "shell/registry.h"
-#include "shell/registry_file.h"
 #include "test_root.h"
 
 namespace {
@@ -58,6 +58,8 @@ struct ReadCase {
   const char16_t* valueName;
   const char16_t* expected;
 };
+
+void PrintTo(const ReadCase& c, std::ostream* out) { *out << c.label; }
 
 class RegistryReadTest : public testing::TestWithParam<ReadCase> {
  protected:
@@ -176,27 +178,6 @@ TEST_F(RegistryFileTest, WriterKeepsTheRestOfTheFile) {
           "\"Expand\"=\"plain\"\r\n");
   replace("\"Path\"=\"user path\"\r\n", "\"Path\"=\"user path\"\r\n\"Added\"=\"more\"\r\n");
   EXPECT_EQ(ReadFileText(platform::RegistryFilePath()), expected);
-}
-
-TEST(RegistryFileObjectTest, KeepsTypesAndBytes) {
-  RegistryFile file;
-  ASSERT_TRUE(file.Parse("[HKEY_LOCAL_MACHINE\\K]\n\"D\"=dword:ffffffff\n\"Q\"=hex(b):01,00,00,00,00,00,00,80\n"
-                         "\"S\"=\"\u00e9\"\n"));
-  struct Expected {
-    const char16_t* name;
-    std::uint32_t type;
-    std::vector<std::uint8_t> data;
-  };
-  for (const Expected& e : {Expected{u"d", kRegDword, {0xff, 0xff, 0xff, 0xff}},
-                            Expected{u"Q", 0xbu, {1, 0, 0, 0, 0, 0, 0, 0x80}},
-                            Expected{u"S", kRegString, {0xe9, 0x00, 0x00, 0x00}}}) {
-    const RegistryValue* value = file.FindValue(u"hkey_local_machine\\k", e.name);
-    ASSERT_NE(value, nullptr);
-    EXPECT_EQ(value->type, e.type);
-    EXPECT_EQ(value->data, e.data);
-  }
-  EXPECT_FALSE(file.SetString(u"HKEY_NOWHERE\\K", u"V", u"v"));
-  EXPECT_FALSE(file.SetString(u"HKEY_LOCAL_MACHINE\\K", u"bad\nname", u"v"));
 }
 
 }  // namespace
