@@ -13,6 +13,7 @@
 
 #include "shell/log_client.h"
 #include "log_capture.h"
+#include "log_test_fixture.h"
 #include "test_root.h"
 
 #if !defined(__SANITIZE_ADDRESS__)
@@ -39,16 +40,7 @@ namespace {
 
 using testing_support::LogCapture;
 
-class LogClientSignalTest : public ::testing::Test {
- protected:
-  void SetUp() override { Forget(); }
-  void TearDown() override { Forget(); }
-  static void Forget() {
-    if (LogMailslotHandle > 0) close(LogMailslotHandle);
-    LogMailslotHandle = 0;
-  }
-  testing_support::TestRoot root_;
-};
+using LogClientSignalTest = LogTest;
 
 TEST_F(LogClientSignalTest, OpeningWritingAndReopeningUseNoHeap) {
 #if defined(__SANITIZE_ADDRESS__)

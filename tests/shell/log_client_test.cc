@@ -17,6 +17,7 @@
 #include "shell/log_client.h"
 #include "shell/wide_string.h"
 #include "log_capture.h"
+#include "log_test_fixture.h"
 #include "test_root.h"
 
 namespace {
@@ -67,17 +68,7 @@ Bytes Plain(std::uint32_t severity, const std::u16string& message) {
   return ExpectedRecord(severity, 0, u"Marlowen", u"Crash Reporting", message);
 }
 
-class LogClientTest : public ::testing::Test {
- protected:
-  void SetUp() override { ForgetHandle(); }
-  void TearDown() override { ForgetHandle(); }
-  static void ForgetHandle() {
-    if (LogMailslotHandle > 0) close(LogMailslotHandle);
-    LogMailslotHandle = 0;
-  }
-
-  testing_support::TestRoot root_;
-};
+using LogClientTest = LogTest;
 
 TEST_F(LogClientTest, RecordArrivesByteForByteWithUtcTimeAndHostName) {
   LogCapture listener(root_);

@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "shell/log_client.h"
+#include "log_test_fixture.h"
 #include "test_root.h"
 
 namespace {
@@ -84,18 +85,10 @@ class ListenerProcess {
   int err_ = -1;
 };
 
-class LogListenerTest : public ::testing::Test {
+class LogListenerTest : public LogTest {
  protected:
-  void SetUp() override { Forget(); }
-  void TearDown() override { Forget(); }
-  static void Forget() {
-    if (LogMailslotHandle > 0) close(LogMailslotHandle);
-    LogMailslotHandle = 0;
-  }
   std::string Endpoint() const { return root_.Path("run/marlowen/MLLog.1"); }
   std::string Listening() const { return "ml-log-listener: listening on " + Endpoint(); }
-
-  testing_support::TestRoot root_;
 };
 
 TEST_F(LogListenerTest, PrintsOneLinePerRecordAndEndsAfterTheCount) {
