@@ -8,8 +8,18 @@
 #include "shell/string_helpers.h"
 #include "store/path_helpers.h"
 #include "store/report_folder.h"
+#include "upload/server_discovery.h"
+#include "upload/upload_progress.h"
 
 namespace Marlowen {
+
+namespace {
+
+// The tool's own name: a report that begins with it is about a crash of the
+// uploader itself and is never sent by it.
+constexpr char16_t kUploaderApplicationName[] = u"Marlowen Crash Report Uploader";
+
+}  // namespace
 
 CrashReportUploader::CrashReportUploader(UploadStatusCallback statusCallback, void* callbackData)
     : statusCallback_(statusCallback), callbackData_(callbackData) {
@@ -59,6 +69,54 @@ bool CrashReportUploader::PackageReport(const WideString& reportName, const Path
     }
   }
   return true;
+}
+
+bool CrashReportUploader::SendReport(const WideString& reportName) {
+  if (reportName.starts_with(kUploaderApplicationName)) {
+    LogCrashReporting(kLogError,
+                      u"Cannot upload crash reports from the crash report uploader. Please send "
+                      u"this report to Marlowen by email.");
+    return false;
+  }
+  const UploadProgress progress{statusCallback_, callbackData_};
+  progress.Report(reportName, UploadStatusCreatingZip);
+
+  const PathBuffer zipPath =
+      FormatString(u"%s/%s.zip", reportFolder_.c_str(), reportName.c_str());
+  // A zip left by an earlier failed run is posted as it is.
+  if (!Exists(zipPath) && !PackageReport(reportName, zipPath)) {
+    LogCrashReporting(kLogError,
+                      FormatString(u"Cannot create crash report zip file (%s).", reportName.c_str()));
+    return false;
+  }
+  if (!UploadPackage(zipPath, progress)) {
+    LogCrashReporting(kLogError, FormatString(u"Cannot upload crash report to Marlowen (%s).",
+                                              reportName.c_str()));
+    progress.Report(reportName, UploadStatusError);
+    return false;
+  }
+  if (!Delete(zipPath)) {
+    LogCrashReporting(kLogError,
+                      FormatString(u"Cannot delete the crash report package '%s' Please delete it "
+                                   u"manually or it will be re-uploaded to Marlowen.",
+                                   zipPath.c_str()));
+  }
+  LogCrashReporting(kLogInformation, u"Crash report uploaded successfully.");
+  return true;
+}
+
+bool CrashReportUploader::SendAllReports() {
+  // The list is taken once: what appears or goes while sending is not seen.
+  PathList reports;
+  FindPendingReports(reports);
+  bool anySent = false;
+  for (const PathBuffer& report : reports) {
+    PathBuffer name;
+    report.BaseName(name, false);
+    // One success makes the whole run a success; a failure does not stop it.
+    if (SendReport(name.ToWide())) anySent = true;
+  }
+  return anySent;
 }
 
 }  // namespace Marlowen

@@ -43,6 +43,8 @@ struct EmptyKindCase {
   const char* preamble;
 };
 
+void PrintTo(const EmptyKindCase& c, std::ostream* out) { *out << "kind " << c.kind; }
+
 class EmptyDocumentTest : public testing::TestWithParam<EmptyKindCase> {};
 
 TEST_P(EmptyDocumentTest, WritesHeadAndPreambleOnly) {
@@ -69,6 +71,8 @@ struct KindTypeCase {
   const char* typeLead;  // null: an unknown kind, empty value
   const char* preamble;
 };
+
+void PrintTo(const KindTypeCase& c, std::ostream* out) { *out << "kind " << c.kind; }
 
 class DocumentKindTest : public testing::TestWithParam<KindTypeCase> {};
 
