@@ -46,6 +46,7 @@ int g_faultTimeFd = -1;
 volatile int g_zero = 0;
 int* volatile g_nullPointer = nullptr;
 std::atomic<int> g_threadsAtBarrier{0};
+volatile char* volatile g_heap = nullptr;
 
 // Stamped as late as possible, so the benchmark measures the capture only.
 void StampFaultTime() {
@@ -133,12 +134,14 @@ void StartIdleThreads(int count) {
 void TouchHeap(std::size_t megabytes) {
   if (megabytes == 0) return;
   const std::size_t bytes = megabytes << 20;
-  auto* block = static_cast<char*>(std::malloc(bytes));
+  // Volatile, so the compiler can neither drop the writes nor the block.
+  auto* block = static_cast<volatile char*>(std::malloc(bytes));
   if (block == nullptr) {
     std::fprintf(stderr, "cannot allocate %zu MB\n", megabytes);
     std::exit(2);
   }
   for (std::size_t offset = 0; offset < bytes; offset += 4096) block[offset] = static_cast<char>(offset);
+  g_heap = block;
 }
 
 bool ParseOptions(int argc, char** argv, Options& options) {
