@@ -31,6 +31,17 @@ std::uint32_t IdOf(const char16_t* text) {
   return id;
 }
 
+// The languages offered for Demo in a folder, as "name|tag|file" rows.
+std::vector<std::string> Listed(const std::string& folder) {
+  std::vector<std::string> rows;
+  std::unique_ptr<LanguageTable> table = ListLanguages(Utf8ToWide(folder), u"Demo");
+  for (int i = 0; table && i < table->size(); ++i) {
+    const std::string path = WideToUtf8((*table)[i].path);
+    rows.push_back(WideToUtf8((*table)[i].name + u"|" + (*table)[i].tag) + "|" + path.substr(path.rfind('/') + 1));
+  }
+  return rows;
+}
+
 TEST(StringIdTest, ChecksumLengthAndCaseRule) {
   EXPECT_EQ(StringId(u"Hello"), kIdOfHello);
   EXPECT_EQ(StringId(u"HELLO"), kIdOfHello);
@@ -157,14 +168,8 @@ TEST_F(LocalizationTest, LanguageListsAndTheSavedChoice) {
   WriteLocale(folder, "demo_es.locale", "demo", {{"es", {{"Save", "Guardar"}}}});  // another case: another program
   testing_support::WriteFileText(folder + "/broken.locale", "<Marlowen_Localization");
 
-  std::unique_ptr<LanguageTable> table = ListLanguages(Utf8ToWide(folder), u"Demo");
-  ASSERT_TRUE(table);
-  ASSERT_EQ(table->size(), 3);
-  EXPECT_EQ((*table)[0].name, u"French");
-  EXPECT_EQ((*table)[1].name, u"German");
-  EXPECT_EQ((*table)[1].path, Utf8ToWide(folder + "/Demo_de.locale"));
-  EXPECT_EQ((*table)[2].name + (*table)[2].tag, u"UNDEFINEDUNDEFINED");
-  EXPECT_EQ((*table)[2].path, kNoMasterFile);
+  EXPECT_EQ(Listed(folder), (std::vector<std::string>{"French|fr|Demo_fr.locale", "German|de|Demo_de.locale",
+                                                      "UNDEFINED|UNDEFINED|thisFileDoesNotExist"}));
   EXPECT_FALSE(ListLanguages(Utf8ToWide(folder), u"Nobody"));
 
   const std::string settingsPath = root_.Path("settings.xml");
@@ -208,20 +213,11 @@ TEST_F(LocalizationTest, LanguageListsAndTheSavedChoice) {
 TEST_F(LocalizationTest, EnglishStandsInForTheMasterLanguage) {
   const std::string onlyEnglish = Folder("one");
   WriteLocale(onlyEnglish, "Demo_en.locale", "Demo", {{"en", {{"Save", "Save"}}}, {"de", {}}});
-  std::unique_ptr<LanguageTable> table = ListLanguages(Utf8ToWide(onlyEnglish), u"Demo");
-  ASSERT_TRUE(table);
-  ASSERT_EQ(table->size(), 2);
-  EXPECT_EQ((*table)[0].name, u"German");
-  EXPECT_EQ((*table)[1].name + u"|" + (*table)[1].tag, u"UNDEFINED|en");
-
+  EXPECT_EQ(Listed(onlyEnglish), (std::vector<std::string>{"German|de|Demo_en.locale", "UNDEFINED|en|Demo_en.locale"}));
   const std::string both = Folder("two");
   WriteLocale(both, "Demo_en.locale", "Demo", {{"en", {}}});
   WriteLocale(both, "Demo_undefined.locale", "Demo", {{"UNDEFINED", {}}});
-  table = ListLanguages(Utf8ToWide(both), u"Demo");
-  ASSERT_TRUE(table);
-  ASSERT_EQ(table->size(), 1);
-  EXPECT_EQ((*table)[0].tag, u"UNDEFINED");
-  EXPECT_EQ((*table)[0].path, Utf8ToWide(both + "/Demo_undefined.locale"));
+  EXPECT_EQ(Listed(both), std::vector<std::string>{"UNDEFINED|UNDEFINED|Demo_undefined.locale"});
   WideString chosenTag, chosenFile;
   const LanguageChooser neverAsked = [](const LanguageTable&) { return -1; };
   EXPECT_EQ(ChooseLanguage(chosenTag, chosenFile, Utf8ToWide(both), u"Demo", neverAsked, false), 1);
