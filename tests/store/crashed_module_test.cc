@@ -204,12 +204,9 @@ TEST(CrashedModuleCrashTest, FaultingChildLeavesItsRecord) {
 
   CrashedModuleT record;
   ASSERT_TRUE(record.Load(PathBuffer::FromUtf8(root.Path("reports/Probe_20261121093000_11_12.dat"))));
-  EXPECT_EQ(record.reportName, u"Probe_20261121093000_11_12");
-  EXPECT_EQ(record.exceptionType, u"Access Violation");
-  EXPECT_EQ(record.crashAddress, u"0x401000");
-  EXPECT_EQ(record.moduleName, u"Probe");
-  EXPECT_EQ(record.fileVersion, u"2.3.4.5");
-  EXPECT_EQ(record.productVersion, u"6.7.8.9");
+  EXPECT_EQ(record.reportName + u"|" + record.exceptionType + u"|" + record.crashAddress + u"|" + record.moduleName +
+                u"|" + record.fileVersion + u"|" + record.productVersion,
+            u"Probe_20261121093000_11_12|Access Violation|0x401000|Probe|2.3.4.5|6.7.8.9");
   EXPECT_EQ(record.fileName.ToUtf8(), ML_CRASH_PROBE);
   EXPECT_EQ(WideToUtf8(record.commandLine), std::string(ML_CRASH_PROBE) + " " + dump + " with blanks");
   EXPECT_EQ(record.creationTime.dwLowDateTime, 0x0BADF00Du);
