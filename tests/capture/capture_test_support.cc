@@ -22,6 +22,7 @@ std::string SampleProductPath() { return ML_SAMPLE_PRODUCT; }
 std::string FakeToolPath() { return ML_FAKE_TOOL; }
 std::string DumpLibraryFolder() { return ML_DUMP_LIBRARY_DIR; }
 std::string EmptyLibraryFolder() { return ML_EMPTY_LIBRARY_DIR; }
+std::string FaultingLibraryFolder() { return ML_FAULTING_LIBRARY_DIR; }
 
 void WriteToolEntry(const std::string& toolPath, const std::string& folder) {
   if (!toolPath.empty() &&

@@ -16,6 +16,7 @@ std::string SampleProductPath();
 std::string FakeToolPath();
 std::string DumpLibraryFolder();
 std::string EmptyLibraryFolder();
+std::string FaultingLibraryFolder();
 
 // Writes the tool's registry entry: the default value (skipped when empty)
 // and "Path" (skipped when empty).

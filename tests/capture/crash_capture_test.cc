@@ -93,22 +93,33 @@ class DumpFile {
     return types;
   }
 
+  // The thread id of the exception stream; 0 if none.
+  std::uint32_t ExceptionThreadId() const {
+    const std::size_t stream = ExceptionStream();
+    return stream != 0 ? U32(stream) : 0;
+  }
+
   // Rip of the thread context that the exception stream points to; 0 if none.
   std::uint64_t ExceptionInstructionPointer() const {
-    constexpr std::uint32_t kExceptionStream = 6;
     constexpr std::size_t kContextLocation = 8 + 152;  // thread id, alignment, MINIDUMP_EXCEPTION
     constexpr std::size_t kRipInContext = 0xF8;
+    const std::size_t stream = ExceptionStream();
+    if (stream == 0) return 0;
+    const std::size_t context = U32(stream + kContextLocation + 4);
+    return U32(context + kRipInContext) | (static_cast<std::uint64_t>(U32(context + kRipInContext + 4)) << 32);
+  }
+
+ private:
+  std::size_t ExceptionStream() const {
+    constexpr std::uint32_t kExceptionStream = 6;
     if (!HasSignature()) return 0;
     for (std::uint32_t i = 0; i < U32(8); ++i) {
       const std::size_t entry = U32(12) + 12 * i;
-      if (U32(entry) != kExceptionStream) continue;
-      const std::size_t context = U32(U32(entry + 8) + kContextLocation + 4);
-      return U32(context + kRipInContext) | (static_cast<std::uint64_t>(U32(context + kRipInContext + 4)) << 32);
+      if (U32(entry) == kExceptionStream) return U32(entry + 8);
     }
     return 0;
   }
 
- private:
   std::uint32_t U32(std::size_t at) const {
     if (at + 4 > bytes_.size()) return 0;
     return bytes_[at] | (bytes_[at + 1] << 8) | (bytes_[at + 2] << 16) | (static_cast<std::uint32_t>(bytes_[at + 3]) << 24);
@@ -238,6 +249,41 @@ TEST_F(CaptureTest, FaultDuringCaptureLeavesReportUnderNestedName) {
   EXPECT_EQ(lines.back(), Line(3, "Terminating process for 'Marlowen Crash Reporter' after crash report writing."));
 }
 
+TEST_F(CaptureTest, StackOverflowOnThreadWithItsOwnSignalStackOnlyLogs) {
+  WithToolAndLibrary();
+  const ChildResult child = RunSample({"thread-stack-overflow"});
+  EXPECT_EQ(ExitStatus(child), kCrashExitStatus);
+  EXPECT_FALSE(testing_support::PathExists(root_.ReportFolder()));
+  EXPECT_THAT(DrainLog(log_),
+              ElementsAre(Line(4, "A top-level exception has occurred. The process will be restarted (Stack Overflow).")));
+}
+
+// The dump library faults on its first call: the first run keeps its file as
+// far as it got (empty, no record, no tool), the nested run reports in full.
+TEST_F(CaptureTest, HardwareFaultInsideTheDumpStepLeavesNestedReport) {
+  WriteToolEntry(FakeToolPath(), FaultingLibraryFolder());
+  const ChildResult child = RunSample({"null-write"});
+  ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
+  const std::vector<std::string> names = ReportNames(root_);
+  ASSERT_THAT(names, SizeIs(2));
+  const std::string& nested = names[0];  // "Marlowen Crash Reporter_..." sorts first
+  const std::string& first = names[1];
+  EXPECT_EQ(SplitReportName(nested).application, "Marlowen Crash Reporter");
+  EXPECT_EQ(SplitReportName(first).application, kProduct);
+  EXPECT_THAT(ReportFiles(root_), ElementsAre(nested + ".dat", nested + ".dmp", first + ".dmp"));
+  EXPECT_EQ(testing_support::ReadFileBytes(ReportFile(root_, first, ".dmp")).size(), 0u);
+  EXPECT_TRUE(DumpFile(ReportFile(root_, nested, ".dmp")).HasSignature());
+  Marlowen::CrashedModuleT record;
+  ASSERT_TRUE(LoadRecord(root_, nested, record));
+  EXPECT_EQ(WideToUtf8(record.exceptionType), "Access Violation");
+  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + nested));
+  const std::vector<LogLine> lines = DrainLog(log_);
+  ASSERT_THAT(lines, SizeIs(6));
+  EXPECT_EQ(lines[0], lines[1]);  // the line of each run's start
+  EXPECT_EQ(lines[0], Line(4, "A top-level exception has occurred. The process will be restarted (Access Violation)."));
+  EXPECT_EQ(lines[5], Line(3, "Terminating process for 'Marlowen Crash Reporter' after crash report writing."));
+}
+
 TEST_F(CaptureTest, FaultOnSecondThreadIsReportedUnderThatThread) {
   WithToolAndLibrary();
   const ChildResult child = RunSample({"thread-fault"});
@@ -248,6 +294,7 @@ TEST_F(CaptureTest, FaultOnSecondThreadIsReportedUnderThatThread) {
   EXPECT_EQ(parts.application, kProduct);
   EXPECT_EQ(parts.processId, child.pid);
   EXPECT_NE(parts.threadId, child.pid);
+  EXPECT_EQ(DumpFile(ReportFile(root_, names[0], ".dmp")).ExceptionThreadId(), static_cast<std::uint32_t>(parts.threadId));
 }
 
 // The first thread to finish ends the process, so the second leaves a report

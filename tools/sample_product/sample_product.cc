@@ -4,8 +4,9 @@
 //   ml-sample-product [options] MODE
 //
 // MODE: none, null-write, divide-by-zero, illegal-instruction, breakpoint,
-// abort, uncaught-exception, stack-overflow, thread-fault, two-thread-fault,
-// capture-fault.
+// abort, uncaught-exception, stack-overflow, thread-stack-overflow (on a
+// thread that prepared its own alternate stack), thread-fault,
+// two-thread-fault, capture-fault.
 // Options: --name NAME (application name), --disposition N, --no-capture,
 // --threads N (idle extra threads), --heap-mb N (touched heap),
 // --fault-time-fd FD (8 bytes of CLOCK_MONOTONIC nanoseconds written there
@@ -101,6 +102,14 @@ void StampFaultTime() {
   std::printf("%d\n", RecurseWithoutEnd(0));
 }
 
+void OverflowOnPreparedThread() {
+  std::thread worker([] {
+    if (!Marlowen::PrepareThreadForCrashCapture()) std::_Exit(3);
+    CrashByStackOverflow();
+  });
+  worker.join();
+}
+
 void CrashOnSecondThread() {
   std::thread worker([] { CrashByNullWrite(); });
   worker.join();
@@ -178,7 +187,8 @@ int SampleMain(int argc, char** argv) {
                  "usage: ml-sample-product [--name NAME] [--disposition N] [--no-capture] [--threads N]\n"
                  "                         [--heap-mb N] [--fault-time-fd FD] [--print-address] MODE\n"
                  "MODE: none null-write divide-by-zero illegal-instruction breakpoint abort\n"
-                 "      uncaught-exception stack-overflow thread-fault two-thread-fault capture-fault\n");
+                 "      uncaught-exception stack-overflow thread-stack-overflow thread-fault\n"
+                 "      two-thread-fault capture-fault\n");
     return 2;
   }
   // A name too long for a report path: making the path ends the capture's
@@ -208,6 +218,7 @@ int SampleMain(int argc, char** argv) {
   else if (mode == "abort") CrashByAbort();
   else if (mode == "uncaught-exception") CrashByUncaughtException();
   else if (mode == "stack-overflow") CrashByStackOverflow();
+  else if (mode == "thread-stack-overflow") OverflowOnPreparedThread();
   else if (mode == "thread-fault") CrashOnSecondThread();
   else if (mode == "two-thread-fault") CrashOnTwoThreads();
   else {
