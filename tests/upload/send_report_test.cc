@@ -1,6 +1,7 @@
 // SendReport and SendAllReports on a real report folder against the test
-// collector: the statuses a caller sees, which files stay after a failure,
-// and that a later run sends what an earlier one could not.
+// collector: the statuses a caller sees, every failure of server discovery
+// and of the post with its log lines in order, which files stay, and that a
+// later run sends what an earlier one could not.
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -45,6 +46,13 @@ class SendReportTest : public testing::Test {
                                                packaging_test::DumpLikeBytes(4096, seed));
   }
   std::string InFolder(const std::string& name) const { return folder_ + "/" + name; }
+  // The information request's CA file lives in the test's temporary folder.
+  bool NoCaFileLeft() const {
+    for (const auto& name : testing_support::ListFolder(root_.Path("tmp"))) {
+      if (name.rfind("MLC", 0) == 0) return false;
+    }
+    return true;
+  }
   std::string Received(const std::string& name) const {
     return collector_.Value("receivedDir") + "/" + name;
   }
@@ -108,22 +116,25 @@ TEST_F(SendReportTest, OwnReportsAreRefusedBeforeAnything) {
   EXPECT_EQ(collector_.UploadCount(), 1u);
 }
 
-struct LaterRunCase {
+// One way for the upload to fail: the collector's behaviour and what the
+// chain logs before the uploader's own line.
+struct FailureRow {
   const char* name;
   const char* behaviour;
-  std::vector<LogLine> chainLines;  // before the uploader's own line
-  bool posted;
+  std::vector<LogLine> lines;
+  bool posted;  // the chain reached the send
 };
 
-void PrintTo(const LaterRunCase& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const FailureRow& row, std::ostream* out) { *out << row.name; }
 
-class FailedUploadTest : public SendReportTest,
-                         public testing::WithParamInterface<LaterRunCase> {};
+class FailedUploadTest : public SendReportTest, public testing::WithParamInterface<FailureRow> {};
 
-TEST_P(FailedUploadTest, ZipStaysAndALaterRunSendsIt) {
-  ASSERT_TRUE(Capture("Tool_20260102030405_7_8"));
-  ASSERT_TRUE(collector_.SetBehaviour(GetParam().behaviour));
+TEST_P(FailedUploadTest, LogsInOrderKeepsTheZipAndALaterRunSendsIt) {
+  // A package left by an earlier run: packaging is skipped.
   const std::u16string id = u"Tool_20260102030405_7_8";
+  const std::string zip = "PK\x03\x04 package of an earlier run";
+  testing_support::WriteFileText(InFolder("Tool_20260102030405_7_8.zip"), zip);
+  ASSERT_TRUE(collector_.SetBehaviour(GetParam().behaviour));
   {
     CrashReportUploader uploader(&upload_test::RecordStatus, &statuses_);
     EXPECT_FALSE(uploader.SendReport(id));
@@ -134,60 +145,111 @@ TEST_P(FailedUploadTest, ZipStaysAndALaterRunSendsIt) {
   }
   expected.emplace_back(id, 0);
   EXPECT_EQ(statuses_, expected);
-  std::vector<LogLine> lines = GetParam().chainLines;
+  std::vector<LogLine> lines = GetParam().lines;
   lines.push_back({kError, u"Cannot upload crash report to Marlowen (Tool_20260102030405_7_8)."});
   EXPECT_EQ(upload_test::TakeLogLines(log_), lines);
   EXPECT_EQ(testing_support::ListFolder(folder_),
             std::vector<std::string>{"Tool_20260102030405_7_8.zip"});
-  const std::string zip = testing_support::ReadFileText(InFolder("Tool_20260102030405_7_8.zip"));
+  EXPECT_EQ(testing_support::ReadFileText(InFolder("Tool_20260102030405_7_8.zip")), zip);
+  EXPECT_TRUE(NoCaFileLeft());
 
-  // The next run finds the zip, skips packaging and posts the same bytes.
+  // The next run finds the zip and posts the same bytes.
   ASSERT_TRUE(collector_.ResetBehaviour());
   statuses_.clear();
   CrashReportUploader later(&upload_test::RecordStatus, &statuses_);
   EXPECT_TRUE(later.SendAllReports());
-  EXPECT_EQ(statuses_.front(), (std::pair<std::u16string, std::uint32_t>{id, 1}));
-  EXPECT_EQ(statuses_.back(), (std::pair<std::u16string, std::uint32_t>{id, 7}));
+  expected.clear();
+  for (std::uint32_t s = 1; s <= 7; ++s) expected.emplace_back(id, s);
+  EXPECT_EQ(statuses_, expected);
   EXPECT_EQ(upload_test::TakeLogLines(log_), std::vector<LogLine>{kUploaded});
   EXPECT_TRUE(testing_support::ListFolder(folder_).empty());
   EXPECT_EQ(testing_support::ReadFileText(Received("Tool_20260102030405_7_8.zip")), zip);
+  EXPECT_TRUE(NoCaFileLeft());
 }
 
-const LogLine kPostFailed{kError, u"Error during crash report upload wit XML server."};
 const LogLine kCannotRetrieve{kError, u"Cannot retrieve the crash report upload information."};
+const LogLine kInvalidXml{kError, u"Invalid XML retrieved from upload URL"};
+const LogLine kPostFailed{kError, u"Error during crash report upload wit XML server."};
+const LogLine kStatus500{kError, u"500 status code received from the upload server."};
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, FailedUploadTest,
     testing::Values(
-        LaterRunCase{"InfoRefused", R"({"info": {"mode": "refuse"}})",
-                     {{kError, u"Failed to request crash report upload URL"}, kCannotRetrieve},
-                     false},
-        LaterRunCase{"InfoSelfSigned", R"({"info": {"certificate": "self-signed"}})",
-                     {{kError, u"Failed to request crash report upload URL"}, kCannotRetrieve},
-                     false},
-        LaterRunCase{"InfoInvalid", R"({"info": {"root": "Other"}})",
-                     {{kError, u"Invalid XML retrieved from upload URL"}, kCannotRetrieve}, false},
-        LaterRunCase{"NotRunning", R"({"info": {"status": "maintenance"}})",
-                     {{kError, u"Marlowen upload server is not running."}}, false},
-        LaterRunCase{"NoUploadUrl", R"({"info": {"uploadUrl": null}})",
-                     {{kError, u"Invalid crash report upload information received."}}, false},
-        LaterRunCase{"UploadClosed", R"({"upload": {"mode": "close"}})",
-                     {{kError, u"Send request failed."}, kPostFailed}, true},
-        LaterRunCase{"Refusal",
-                     R"({"upload": {"httpStatus": 500,
-                         "refusal": {"status": "failed", "errorDescription": "later"}}})",
-                     {{kError, u"500 status code received from the upload server."},
-                      {kInformation, u"Content type of response from the upload server is text/xml."},
-                      {kInformation, u"Report submission status from upload server: 'failed'."},
-                      {kInformation, u"Report submission error from upload server: 'later'."},
-                      kPostFailed},
-                     true},
-        LaterRunCase{"NoContent", R"({"upload": {"httpStatus": 204}})",
-                     {{kError, u"204 status code received from the upload server."},
-                      {kError, u"Cannot get the content type of response from the upload server."},
-                      kPostFailed},
-                     true}),
-    [](const testing::TestParamInfo<LaterRunCase>& info) { return std::string(info.param.name); });
+        FailureRow{"InfoRefused", R"({"info": {"mode": "refuse"}})",
+                   {{kError, u"Failed to request crash report upload URL"}, kCannotRetrieve}, false},
+        FailureRow{"InfoClosed", R"({"info": {"mode": "close"}})",
+                   {{kError, u"Failed to request crash report upload URL"}, kCannotRetrieve}, false},
+        FailureRow{"InfoSelfSigned", R"({"info": {"certificate": "self-signed"}})",
+                   {{kError, u"Failed to request crash report upload URL"}, kCannotRetrieve}, false},
+        FailureRow{"InfoNotFoundPage",
+                   R"({"info": {"httpStatus": 404, "contentType": "text/html",
+                       "body": "<html><body><h1>Not Found</h1></body></html>"}})",
+                   {kInvalidXml, kCannotRetrieve}, false},
+        FailureRow{"InfoRootCase", R"({"info": {"root": "CRASHREPORTSERVERINFORMATION"}})",
+                   {kInvalidXml, kCannotRetrieve}, false},
+        FailureRow{"StatusWithBlank", R"({"info": {"status": " running"}})",
+                   {{kError, u"Marlowen upload server is not running."}}, false},
+        FailureRow{"StatusStopped", R"({"info": {"status": "stopped"}})",
+                   {{kError, u"Marlowen upload server is not running."}}, false},
+        FailureRow{"NothingUnderRoot", R"({"info": {"status": null, "uploadUrl": null}})",
+                   {{kError, u"Marlowen upload server is not running."}}, false},
+        FailureRow{"NoUploadUrl", R"({"info": {"uploadUrl": null}})",
+                   {{kError, u"Invalid crash report upload information received."}}, false},
+        FailureRow{"UploadRefused", R"({"upload": {"mode": "refuse"}})",
+                   {{kError, u"Send request failed."}, kPostFailed}, true},
+        FailureRow{"UploadClosed", R"({"upload": {"mode": "close"}})",
+                   {{kError, u"Send request failed."}, kPostFailed}, true},
+        FailureRow{"RefusalDocument",
+                   R"({"upload": {"httpStatus": 500, "contentType": "TEXT/XML",
+                       "refusal": {"status": "rejected", "errorDescription": "bad package"}}})",
+                   {kStatus500,
+                    {kInformation, u"Content type of response from the upload server is TEXT/XML."},
+                    {kInformation, u"Report submission status from upload server: 'rejected'."},
+                    {kInformation, u"Report submission error from upload server: 'bad package'."},
+                    kPostFailed},
+                   true},
+        FailureRow{"RefusalWithCharset",
+                   R"({"upload": {"httpStatus": 500, "contentType": "text/xml; charset=utf-8",
+                       "refusal": {"status": "rejected"}}})",
+                   {kStatus500,
+                    {kInformation, u"Content type of response from the upload server is "
+                                   u"text/xml; charset=utf-8."},
+                    kPostFailed},
+                   true},
+        FailureRow{"RefusalNestedStatus",
+                   R"({"upload": {"httpStatus": 500, "contentType": "text/xml",
+                       "body": "<r><status><x/>no</status></r>"}})",
+                   {kStatus500,
+                    {kInformation, u"Content type of response from the upload server is text/xml."},
+                    {kInformation, u"Report submission status from upload server: ''."},
+                    {kInformation, u"Report submission error from upload server: ''."},
+                    kPostFailed},
+                   true},
+        FailureRow{"RefusalEmptyBody",
+                   R"({"upload": {"httpStatus": 500, "contentType": "text/xml", "body": ""}})",
+                   {kStatus500,
+                    {kInformation, u"Content type of response from the upload server is text/xml."},
+                    {kError, u"The data set from the upload server is empty."},
+                    kPostFailed},
+                   true},
+        FailureRow{"RefusalNotXml",
+                   R"({"upload": {"httpStatus": 500, "contentType": "text/xml", "body": "OK"}})",
+                   {kStatus500,
+                    {kInformation, u"Content type of response from the upload server is text/xml."},
+                    {kError, u"Error reading error description from the upload server."},
+                    kPostFailed},
+                   true},
+        FailureRow{"Created", R"({"upload": {"httpStatus": 201}})",
+                   {{kError, u"201 status code received from the upload server."},
+                    {kInformation, u"Content type of response from the upload server is text/plain."},
+                    kPostFailed},
+                   true},
+        FailureRow{"NoContent", R"({"upload": {"httpStatus": 204}})",
+                   {{kError, u"204 status code received from the upload server."},
+                    {kError, u"Cannot get the content type of response from the upload server."},
+                    kPostFailed},
+                   true}),
+    [](const testing::TestParamInfo<FailureRow>& info) { return std::string(info.param.name); });
 
 TEST_F(SendReportTest, SendAllIsTrueWhenAnyOneGoesOut) {
   CrashReportUploader uploader(&upload_test::RecordStatus, &statuses_);
