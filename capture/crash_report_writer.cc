@@ -55,21 +55,6 @@ int OpenDumpDescriptor(const PathBuffer& path) {
   return fd;
 }
 
-// Threads that fault together all make the folder chain at once, and a
-// mkdir that another thread has just won fails with EEXIST. Such a loss is
-// tried again, at most once per level of the path; the folder serves every
-// report. Anything else, or an entry that is no folder, fails at once.
-bool CreateReportFolder(const PathBuffer& folder) {
-  std::size_t attempts = 1;
-  for (char16_t unit : folder.View()) attempts += unit == kPathSeparator ? 1 : 0;
-  for (std::size_t i = 0; i < attempts; ++i) {
-    if (CreateFolder(folder, true)) return true;
-    if (errno != EEXIST) return false;
-    if (IsDirectory(folder)) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 MINIDUMP_TYPE DumpTypeForLevel(std::uint32_t dumpLevel) {
@@ -104,7 +89,7 @@ void WriteCrashReport(CrashContext& context) {
 
   PathBuffer reportFolder;
   context.dumpPath.ParentFolder(reportFolder);
-  if (!IsDirectory(reportFolder) && !CreateReportFolder(reportFolder)) {
+  if (!IsDirectory(reportFolder) && !CreateFolder(reportFolder, true)) {
     LogCrashReporting(kLogError, FormatString(u"Cannot create directory structure '%s' to write crash report.",
                                               reportFolder.c_str()));
     return;

@@ -129,7 +129,11 @@ bool CreateFolder(const PathBuffer& path, bool createParents) {
   }
   for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
     if (IsDirectory(*it)) continue;
-    if (!MakeFolder(*it)) return false;
+    if (MakeFolder(*it)) continue;
+    // Another process or thread (two threads faulting together) may have
+    // made this level since the look above: a folder that is there serves.
+    if (errno == EEXIST && IsDirectory(*it)) continue;
+    return false;
   }
   return true;
 }
