@@ -79,6 +79,14 @@ void CrashBlockHandler(int /*signal*/, siginfo_t* info, void* context) {
   siglongjmp(crashBlockExit, 1);
 }
 
+// The fault itself. volatile keeps the compiler from proving the store
+// undefined and dropping it; the sanitizers' null check is off so that a
+// sanitizer build faults as well instead of stopping with its own report.
+[[gnu::noinline, gnu::no_sanitize("null")]] void StoreToAddressZero() {
+  volatile char* volatile nowhere = nullptr;
+  *nowhere = 1;
+}
+
 }  // namespace
 
 void SetInstanceHandle(HINSTANCE instance) { instanceHandle = instance; }
@@ -136,12 +144,7 @@ int RunCrashMode() {
   struct sigaction previous = {};
   sigaction(SIGSEGV, &guarded, &previous);
 
-  if (sigsetjmp(crashBlockExit, 1) == 0) {
-    // volatile keeps the compiler from proving the store undefined and
-    // dropping it.
-    volatile char* volatile nowhere = nullptr;
-    *nowhere = 1;
-  }
+  if (sigsetjmp(crashBlockExit, 1) == 0) StoreToAddressZero();
   sigaction(SIGSEGV, &previous, nullptr);
   return 0;
 }

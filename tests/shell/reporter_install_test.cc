@@ -102,7 +102,7 @@ TEST_F(ReporterInstallTest, InstalledToolSendsTheReportOfACrashingProduct) {
   collector.UseAsServers();
 
   const ProcessResult crash =
-      RunProgram(ML_SAMPLE_PRODUCT, {"--name", "Orbit Designer", "null-write"});
+      RunProgram(ML_SAMPLE_PRODUCT, {"--name", "Orbit Designer", "illegal-instruction"});
   EXPECT_EQ(crash.exitStatus, 254);
   ASSERT_TRUE(WaitForLines(root_.Path("collector/uploads.jsonl"), 1));
   const std::vector<std::string> received = collector.Received();

@@ -82,7 +82,7 @@ class ReporterToolTest : public ::testing::Test {
   ProcessResult CrashProduct(const std::string& product = kProduct) {
     const std::string errorPath = root_.Path("product.stderr");
     ProcessResult result =
-        RunProgram(ML_SAMPLE_PRODUCT, {"--name", product, "null-write"}, errorPath);
+        RunProgram(ML_SAMPLE_PRODUCT, {"--name", product, "illegal-instruction"}, errorPath);
     EXPECT_EQ(result.exitStatus, kExitCrashed);
     EXPECT_TRUE(WaitForLines(RunsLog(), Runs().size() + 1)) << "the tool never ended";
     result.standardError = testing_support::ReadFileText(errorPath);
