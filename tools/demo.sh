@@ -79,6 +79,15 @@ step "The report arrives at the collector"
 wait_until '[ -s "$demo/collector/uploads.jsonl" ]' 60 || fail "no upload reached the collector"
 # The tool deletes the zip once the server took it; then the folder is empty.
 wait_until '[ -z "$(ls -A "$report_folder")" ]' 30 || fail "the report folder did not empty"
+# The tool that the crash started runs detached; let it finish its purge.
+tool_running() {
+  local exe
+  for exe in /proc/[0-9]*/exe; do
+    [ "$(readlink "$exe" 2>/dev/null)" = "$prefix/lib/marlowen/MLCrashReporter" ] && return 0
+  done
+  return 1
+}
+wait_until '! tool_running' 30 || fail "the reporter tool did not end"
 zip=$(ls "$demo/collector/received/"*.zip | head -n 1)
 unzip -l "$zip"
 echo "report folder afterwards: $(ls -A "$report_folder" | wc -l) files"
@@ -101,5 +110,7 @@ xargs -d '\n' rm -f -- <"$build_dir/install_manifest.txt"
 rmdir "$prefix/lib/marlowen"
 printf '\n[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\App Paths\\MLCrashReporter.exe]\n' \
   >>"$MARLOWEN_ROOT/etc/marlowen/registry.reg"
-find "$prefix" -type f | sed 's/^/left: /'
+echo "files left under $prefix: $(find "$prefix" -type f | wc -l)"
+echo "--- $MARLOWEN_ROOT/etc/marlowen/registry.reg"
+cat "$MARLOWEN_ROOT/etc/marlowen/registry.reg"
 echo "demo finished"
