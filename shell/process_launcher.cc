@@ -3,8 +3,11 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -15,19 +18,26 @@
 
 extern char** environ;
 
+// The children of Start share the caller's memory and run on stacks the
+// sanitizer runtime knows nothing of; what runs there is left uninstrumented.
+#define ML_CHILD_CODE __attribute__((no_sanitize("address", "undefined")))
+
 namespace {
 
-// Messages of the children to the caller, over a pipe that closes on exec.
-enum MessageKind : std::int32_t {
-  kChildPid = 1,     // value: the program's process id
-  kForkFailed = 2,   // value: errno
-  kSetupFailed = 3,  // value: errno of identity, descriptors or exec
-};
-
-struct Message {
-  std::int32_t kind;
-  std::int32_t value;
-};
+// A system call that touches no library state, not even errno: the children
+// of Start run with the caller's thread pointer, so a library call there would
+// act on that thread's state. Failure comes back as -errno (x86-64 only).
+ML_CHILD_CODE __attribute__((always_inline)) inline long RawSyscall(long number, long a1 = 0,
+                                                                    long a2 = 0, long a3 = 0,
+                                                                    long a4 = 0) {
+  long result;
+  register long r10 asm("r10") = a4;
+  asm volatile("syscall"
+               : "=a"(result)
+               : "a"(number), "D"(a1), "S"(a2), "d"(a3), "r"(r10)
+               : "rcx", "r11", "memory");
+  return result;
+}
 
 bool IsExecutableFile(const std::string& path) {
   struct stat info;
@@ -68,8 +78,9 @@ std::string FindProgram(const std::string& line) {
   }
 }
 
-// Everything the child needs, made before the fork: after it, only raw
-// system calls on these plain values run.
+// Everything the children need, made before the first clone, and what they
+// leave for the caller. It lies on the caller's stack; the children see it
+// because they share the caller's memory.
 struct ChildPlan {
   const char* program;
   char* const* argv;
@@ -80,17 +91,15 @@ struct ChildPlan {
   uid_t userId;
   gid_t groupId;
   bool dropGroups;
-  int reportFd;    // write end of the message pipe, close-on-exec
-  int goFd;        // read end: the caller closes the write end once ready
-  int goWriteFd;   // the child's copy of that write end, closed first
   int maxFd;
-};
+  char* programStackTop;
 
-void Report(int fd, std::int32_t kind, std::int32_t value) {
-  Message message{kind, value};
-  // A pipe write of this size is atomic; nothing to do if it fails.
-  [[maybe_unused]] ssize_t ignored = write(fd, &message, sizeof message);
-}
+  // Written by the children, read by the caller once the middle has gone.
+  volatile int programPid;
+  volatile int pidfd;
+  // Nonzero until the program is about to exec, then the exec's errno.
+  volatile int error;
+};
 
 // The kernel's own sigaction record on x86-64, for the raw call.
 struct KernelSigaction {
@@ -100,73 +109,92 @@ struct KernelSigaction {
   std::uint64_t mask;
 };
 
-// A new program starts with no blocked and no ignored signals, also when
-// the start comes from a signal handler, where the fault signal is blocked:
-// both would survive exec and cripple the program's own fault handling.
-void ResetSignals() {
-  const std::uint64_t none = 0;
-  syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, sizeof none);
-  KernelSigaction standard{SIG_DFL, 0, nullptr, 0};
-  for (int signal = 1; signal <= 64; ++signal) {
-    if (signal == SIGKILL || signal == SIGSTOP) continue;
-    syscall(SYS_rt_sigaction, signal, &standard, nullptr, sizeof standard.mask);
-  }
+constexpr std::uint64_t kAllSignals = ~std::uint64_t{0};
+constexpr std::uint64_t kNoSignals = 0;
+// Each child's stack, with a guard page below it.
+constexpr std::size_t kChildStackSize = 64 * 1024;
+constexpr std::size_t kGuardSize = 4096;
+
+[[noreturn]] ML_CHILD_CODE void ExitChild(ChildPlan& plan, long result) {
+  plan.error = static_cast<int>(-result);
+  RawSyscall(SYS_exit, 127);
+  __builtin_unreachable();
 }
 
-[[noreturn]] void FailChild(const ChildPlan& plan) {
-  Report(plan.reportFd, kSetupFailed, errno);
-  _exit(127);
-}
-
-// Runs in the grandchild, between fork and exec. Raw system calls only: the
-// caller may be a crashing, multi-threaded process whose library state is
-// not to be trusted.
-[[noreturn]] void RunChild(const ChildPlan& plan) {
-  close(plan.goWriteFd);
-  char byte;
-  while (read(plan.goFd, &byte, 1) < 0 && errno == EINTR) {
-  }
-  close(plan.goFd);
+// The program's process, from its clone to exec. It shares the caller's
+// memory and starts with every signal blocked, so no handler of the caller
+// runs on this stack; the new program gets no blocked and no ignored signals,
+// also when the start comes from a signal handler, where the fault signal is
+// blocked: both would survive exec and cripple the program's own fault
+// handling.
+ML_CHILD_CODE int RunProgram(void* argument) {
+  ChildPlan& plan = *static_cast<ChildPlan*>(argument);
 
   // Move the sources out of 0..2 first, so that no dup2 overwrites a source
-  // that a later one still needs.
+  // that a later one still needs. The descriptor table is this process's own.
   int moved[3];
   for (int i = 0; i < 3; ++i) {
-    moved[i] = plan.standard[i] < 0 ? open("/dev/null", O_RDWR | O_CLOEXEC)
-                                    : fcntl(plan.standard[i], F_DUPFD_CLOEXEC, 3);
-    if (moved[i] < 0) FailChild(plan);
+    long fd = plan.standard[i] < 0
+                  ? RawSyscall(SYS_open, reinterpret_cast<long>("/dev/null"), O_RDWR | O_CLOEXEC)
+                  : RawSyscall(SYS_fcntl, plan.standard[i], F_DUPFD_CLOEXEC, 3);
+    if (fd < 0) ExitChild(plan, fd);
+    moved[i] = static_cast<int>(fd);
   }
   for (int i = 0; i < 3; ++i) {
-    if (dup2(moved[i], i) < 0) FailChild(plan);
+    long result = RawSyscall(SYS_dup2, moved[i], i);
+    if (result < 0) ExitChild(plan, result);
   }
-  if (!plan.inheritHandles) {
-    // Close-on-exec rather than close: the report pipe must stay usable
-    // until exec has succeeded.
-    if (syscall(SYS_close_range, 3u, ~0u, CLOSE_RANGE_CLOEXEC) != 0) {
-      for (int fd = 3; fd < plan.maxFd; ++fd) fcntl(fd, F_SETFD, FD_CLOEXEC);
-    }
+  if (!plan.inheritHandles &&
+      RawSyscall(SYS_close_range, 3, ~0u, CLOSE_RANGE_CLOEXEC) != 0) {
+    for (int fd = 3; fd < plan.maxFd; ++fd) RawSyscall(SYS_fcntl, fd, F_SETFD, FD_CLOEXEC);
   }
   if (plan.changeIdentity) {
     // Group first: after setuid the right to change it is gone.
-    if (plan.dropGroups && syscall(SYS_setgroups, 1, &plan.groupId) != 0) FailChild(plan);
-    if (syscall(SYS_setgid, plan.groupId) != 0) FailChild(plan);
-    if (syscall(SYS_setuid, plan.userId) != 0) FailChild(plan);
+    long result = 0;
+    if (plan.dropGroups) {
+      gid_t group = plan.groupId;
+      result = RawSyscall(SYS_setgroups, 1, reinterpret_cast<long>(&group));
+    }
+    if (result == 0) result = RawSyscall(SYS_setgid, plan.groupId);
+    if (result == 0) result = RawSyscall(SYS_setuid, plan.userId);
+    if (result != 0) ExitChild(plan, result);
   }
-  ResetSignals();
-  execve(plan.program, plan.argv, plan.envp);
-  FailChild(plan);
+  KernelSigaction standard{SIG_DFL, 0, nullptr, 0};
+  for (int signal = 1; signal <= 64; ++signal) {
+    if (signal == SIGKILL || signal == SIGSTOP) continue;
+    RawSyscall(SYS_rt_sigaction, signal, reinterpret_cast<long>(&standard), 0, sizeof standard.mask);
+  }
+  RawSyscall(SYS_rt_sigprocmask, SIG_SETMASK, reinterpret_cast<long>(&kNoSignals), 0,
+             sizeof kNoSignals);
+  plan.error = 0;
+  long result = RawSyscall(SYS_execve, reinterpret_cast<long>(plan.program),
+                           reinterpret_cast<long>(plan.argv), reinterpret_cast<long>(plan.envp));
+  ExitChild(plan, result);
 }
 
-bool ReadMessage(int fd, Message& message) {
-  std::size_t done = 0;
-  auto* bytes = reinterpret_cast<char*>(&message);
-  while (done < sizeof message) {
-    ssize_t n = read(fd, bytes + done, sizeof message - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<std::size_t>(n);
+// The middle process: starts the program and ends, so that the program is
+// nobody's child once it runs and the caller has only this one to reap. It
+// shares the caller's memory and descriptor table, so the pidfd it opens is
+// the caller's.
+ML_CHILD_CODE int RunMiddle(void* argument) {
+  ChildPlan& plan = *static_cast<ChildPlan*>(argument);
+  // The library's clone wrapper only issues the call and, on failure, writes
+  // errno, which here is the suspended caller's: read at once and restored.
+  const int callerErrno = errno;
+  const int pid = clone(RunProgram, plan.programStackTop, CLONE_VM | CLONE_VFORK | SIGCHLD, &plan);
+  if (pid < 0) {
+    plan.error = errno;
+    errno = callerErrno;
+    return 0;
   }
-  return true;
+  plan.programPid = pid;
+  // The program cannot have been reaped by anyone yet: it is still this
+  // process's child, so its id names it.
+  if (plan.error == 0) {
+    long pidfd = RawSyscall(SYS_pidfd_open, pid, 0);
+    plan.pidfd = pidfd < 0 ? -1 : static_cast<int>(pidfd);
+  }
+  return 0;
 }
 
 bool IsBlankOrTab(char16_t c) { return c == u' ' || c == u'\t'; }
@@ -227,16 +255,15 @@ bool ProcessLauncher::Start(bool /*noWindow*/) {
   if (!commandText.empty()) argv.push_back(commandText.data());
   argv.push_back(nullptr);
 
-  int reportPipe[2];
-  int goPipe[2];
-  if (pipe2(reportPipe, O_CLOEXEC) != 0) return false;
-  if (pipe2(goPipe, O_CLOEXEC) != 0) {
-    int saved = errno;
-    close(reportPipe[0]);
-    close(reportPipe[1]);
-    errno = saved;
-    return false;
-  }
+  // Both children's stacks. A mapping of their own rather than the caller's
+  // stack, which on the crash path is the small alternate signal stack.
+  const std::size_t slot = kGuardSize + kChildStackSize;
+  void* mapping = mmap(nullptr, 2 * slot, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+  if (mapping == MAP_FAILED) return false;
+  char* stacks = static_cast<char*>(mapping);
+  mprotect(stacks, kGuardSize, PROT_NONE);
+  mprotect(stacks + slot, kGuardSize, PROT_NONE);
 
   ChildPlan plan{};
   plan.program = program.c_str();
@@ -250,62 +277,49 @@ bool ProcessLauncher::Start(bool /*noWindow*/) {
     plan.groupId = userToken_->groupId;
     plan.dropGroups = geteuid() == 0;
   }
-  plan.reportFd = reportPipe[1];
-  plan.goFd = goPipe[0];
-  plan.goWriteFd = goPipe[1];
   long openMax = sysconf(_SC_OPEN_MAX);
   plan.maxFd = openMax > 0 && openMax < 65536 ? static_cast<int>(openMax) : 65536;
+  plan.programStackTop = stacks + 2 * slot;
+  plan.programPid = 0;
+  plan.pidfd = -1;
+  plan.error = ECHILD;  // stays if the program dies before its exec
 
-  // The raw call skips the library's fork handlers, which may take locks
-  // that a crashing thread still holds.
-  pid_t middle = static_cast<pid_t>(syscall(SYS_fork));
-  if (middle == 0) {
-    close(reportPipe[0]);
-    pid_t child = static_cast<pid_t>(syscall(SYS_fork));
-    if (child == 0) RunChild(plan);
-    Report(plan.reportFd, child < 0 ? kForkFailed : kChildPid, child < 0 ? errno : child);
-    _exit(0);
-  }
-  int forkError = errno;
-  close(reportPipe[1]);
-  close(goPipe[0]);
+  // The children share this memory, so a handler of ours must not run on
+  // their stacks: every signal stays blocked in them until the program resets
+  // its own. The raw call also blocks the library's internal signals.
+  std::uint64_t oldMask = 0;
+  RawSyscall(SYS_rt_sigprocmask, SIG_SETMASK, reinterpret_cast<long>(&kAllSignals),
+             reinterpret_cast<long>(&oldMask), sizeof oldMask);
+  // A change of identity in the program marks the memory it shares with us as
+  // not dumpable; ours is restored once the program has its own.
+  const int dumpable = plan.changeIdentity ? prctl(PR_GET_DUMPABLE) : -1;
+
+  // The caller is suspended until the middle has ended, and the middle until
+  // the program has exec'd or failed: no copy of this address space is made,
+  // however large it is.
+  const pid_t middle = clone(RunMiddle, stacks + slot, CLONE_VM | CLONE_VFORK | CLONE_FILES | SIGCHLD,
+                             &plan);
+  const int cloneError = errno;
+
+  if (dumpable == 0 || dumpable == 1) prctl(PR_SET_DUMPABLE, dumpable);
+  RawSyscall(SYS_rt_sigprocmask, SIG_SETMASK, reinterpret_cast<long>(&oldMask), 0, sizeof oldMask);
+  munmap(mapping, 2 * slot);
+
   if (middle < 0) {
-    close(reportPipe[0]);
-    close(goPipe[1]);
-    errno = forkError;
+    errno = cloneError;
     return false;
   }
-
-  Message message{};
-  bool haveMessage = ReadMessage(reportPipe[0], message);
   while (waitpid(middle, nullptr, 0) < 0 && errno == EINTR) {
   }
-  pid_t child = 0;
-  int error = 0;
-  if (!haveMessage) {
-    error = ECHILD;
-  } else if (message.kind == kChildPid) {
-    child = message.value;
-    // Opened while the child still waits for the go, so the id cannot yet
-    // belong to another process.
-    processInformation_.processHandle = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
-    if (processInformation_.processHandle < 0) processInformation_.processHandle = kNoHandle;
-  } else {
-    error = message.value;
-  }
-  close(goPipe[1]);
-  // End of file without a message means exec succeeded.
-  if (child > 0 && ReadMessage(reportPipe[0], message)) error = message.value;
-  close(reportPipe[0]);
 
-  if (error != 0) {
-    CloseIfOwned(processInformation_.processHandle);
-    processInformation_ = ProcessInformation{};
-    errno = error;
+  if (plan.error != 0) {
+    if (plan.pidfd >= 0) close(plan.pidfd);
+    errno = plan.error;
     return false;
   }
-  processInformation_.processId = static_cast<std::uint32_t>(child);
-  processInformation_.threadId = static_cast<std::uint32_t>(child);
+  processInformation_.processHandle = plan.pidfd;
+  processInformation_.processId = static_cast<std::uint32_t>(plan.programPid);
+  processInformation_.threadId = static_cast<std::uint32_t>(plan.programPid);
   started_ = true;
   return true;
 }

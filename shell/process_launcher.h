@@ -17,9 +17,12 @@
 //
 // Nothing waits for the child, and no zombie stays behind: the child is the
 // grandchild of the caller, whose own short-lived child is reaped in Start.
-// Between fork and exec only raw system calls run, so Start can be used from
-// a crashing process's signal handler as far as the allocation of the
-// argument strings (done before the fork) allows.
+// Both are made with clone(CLONE_VM | CLONE_VFORK) and share the caller's
+// memory while they run, so the start costs the same for a process of any
+// size. Between the clone and exec only raw system calls run, with every
+// signal blocked, so Start can be used from a crashing process's signal
+// handler as far as the allocation of the argument strings (done before the
+// clone) allows.
 #pragma once
 
 #include <sys/types.h>

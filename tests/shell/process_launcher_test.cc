@@ -6,10 +6,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -137,6 +139,58 @@ TEST_F(ProcessLauncherTest, MissingProgramFails) {
   EXPECT_EQ(launcher.processInformation().processHandle, kNoHandle);
 }
 
+TEST_F(ProcessLauncherTest, FailedExecFailsTheStartAndLeavesTheCallerAsItWas) {
+  // Executable by its mode, so it is the candidate that runs, but no program.
+  const std::string script = root_.Path("bin/not a program");
+  fs::create_directories(fs::path(script).parent_path());
+  std::ofstream(script) << "no interpreter line\n";
+  fs::permissions(script, kExecutable);
+  sigset_t blocked, before, after;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR1);
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &blocked, &before), 0);
+
+  ProcessLauncher launcher(Utf8ToWide(script), u"-send X");
+  errno = 0;
+  EXPECT_FALSE(launcher.Start(false));
+  EXPECT_EQ(errno, ENOEXEC);
+  EXPECT_FALSE(launcher.started());
+  EXPECT_EQ(launcher.processInformation().processHandle, kNoHandle);
+  EXPECT_EQ(launcher.processInformation().processId, 0u);
+
+  pthread_sigmask(SIG_SETMASK, &before, &after);
+  EXPECT_TRUE(sigismember(&after, SIGUSR1));
+  EXPECT_FALSE(sigismember(&after, SIGTERM));
+}
+
+// The process handle names the program itself, found in $PATH here: its
+// pid, and readable once the program has ended.
+TEST_F(ProcessLauncherTest, ProcessHandleIsThePidfdOfTheProgram) {
+  Pipe in;
+  LaunchOptions options;
+  options.standardInput = in.read;  // cat runs until this pipe closes
+  options.standardOutput = -1;
+  in.read = -1;                      // the launcher owns it now
+  ProcessLauncher launcher(u"cat", u"", options);
+  ASSERT_TRUE(launcher.Start(false)) << strerror(errno);
+  const int pidfd = launcher.processInformation().processHandle;
+  const std::string pid = std::to_string(launcher.processInformation().processId);
+  ASSERT_GE(pidfd, 3);
+  EXPECT_NE(fcntl(pidfd, F_GETFD) & FD_CLOEXEC, 0);
+  std::ifstream info("/proc/self/fdinfo/" + std::to_string(pidfd));
+  std::string pidLine;
+  for (std::string line; std::getline(info, line);) {
+    if (line.rfind("Pid:", 0) == 0) pidLine = line;
+  }
+  EXPECT_EQ(pidLine, "Pid:\t" + pid);
+  EXPECT_EQ(fs::read_symlink("/proc/" + pid + "/exe").filename(), "cat");
+
+  pollfd ended{pidfd, POLLIN, 0};
+  EXPECT_EQ(poll(&ended, 1, 0), 0);
+  close(in.write);
+  EXPECT_EQ(poll(&ended, 1, 10000), 1);
+}
+
 TEST_F(ProcessLauncherTest, DescriptorsAndOwnership) {
   int stray = open("/dev/null", O_RDONLY);  // inheritable on purpose
   ASSERT_GE(stray, 3);
@@ -182,6 +236,9 @@ TEST_F(ProcessLauncherTest, StartsUnderAnotherIdentity) {
   EXPECT_EQ(report["uid"], "65534");
   EXPECT_EQ(report["gid"], "65534");
   EXPECT_EQ(report["groups"], "1");
+  // The program's change of identity does not reach the caller.
+  EXPECT_EQ(geteuid(), 0u);
+  EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
 }
 
 // Started from inside a signal handler, where that signal is blocked, and
