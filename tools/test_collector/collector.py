@@ -84,7 +84,9 @@ class Collector:
         self.upload_url = None
         self.upload_base = None
 
-        self._lock = threading.Lock()
+        # Re-entrant: the SIGTERM handler runs on the main thread and takes it
+        # in stop(), possibly while that thread already holds it.
+        self._lock = threading.RLock()
         # A state folder used before keeps its bodies; numbering goes on after them.
         self._sequence = max((int(name.split(".")[0]) for name in os.listdir(self.bodies_dir)
                               if name.endswith(".body") and name.split(".")[0].isdigit()),
