@@ -9,7 +9,7 @@ packages=(
   libxerces-c-dev libcurl4-openssl-dev libcrypto++-dev libzip-dev uuid-dev libelf-dev libicu-dev
   qt6-base-dev qt6-qpa-plugins libgl-dev libxkbcommon-dev fonts-dejavu-core
   ca-certificates openssl python3 zip unzip libxml2-utils
-  lldb-15 xvfb xauth
+  lldb-15 xvfb xauth x11-utils
 )
 
 missing=()

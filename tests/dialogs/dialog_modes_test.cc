@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <fcntl.h>
+#include <signal.h>
 
 #include <string>
 #include <vector>
 
 #include "report_dialog_test_support.h"
+#include "report_test_support.h"
 #include "test_root.h"
 
 namespace {
@@ -82,6 +85,67 @@ TEST_F(ToolRunTest, ReportModeWithNothingPendingEndsAtOnce) {
                                       "QT_QPA_PLATFORM=offscreen"});
   EXPECT_EQ(run.exitCode, 0);
   EXPECT_EQ(run.errorText, "");
+}
+
+// A child that is ended (SIGTERM) and reaped when this goes.
+struct ChildProcess {
+  pid_t pid = -1;
+  ~ChildProcess() {
+    if (pid <= 0) return;
+    kill(pid, SIGTERM);
+    waitpid(pid, nullptr, 0);
+  }
+};
+
+// Starts argv[0] with exactly this environment and no output; inherited
+// descriptors stay open in it.
+pid_t Spawn(const std::vector<std::string>& argv, std::vector<std::string> environment) {
+  pid_t child = fork();
+  if (child != 0) return child;
+  std::vector<char*> args;
+  std::vector<std::string> copies = argv;
+  for (std::string& argument : copies) args.push_back(argument.data());
+  args.push_back(nullptr);
+  std::vector<char*> envp;
+  for (std::string& entry : environment) envp.push_back(entry.data());
+  envp.push_back(nullptr);
+  int null = open("/dev/null", O_WRONLY);
+  dup2(null, 1);
+  dup2(null, 2);
+  execve(args[0], args.data(), envp.data());
+  _exit(127);
+}
+
+TEST_F(ToolRunTest, OnADesktopSessionTheDialogAppearsThere) {
+  if (access("/usr/bin/Xvfb", X_OK) != 0 || access("/usr/bin/xwininfo", X_OK) != 0) {
+    GTEST_SKIP() << "needs Xvfb and xwininfo (tools/install-deps.sh installs them)";
+  }
+  // A private X server; it writes its display number once it accepts clients.
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  ChildProcess server;
+  server.pid = Spawn({"/usr/bin/Xvfb", "-displayfd", std::to_string(ready[1]), "-nolisten", "tcp", "-screen", "0",
+                      "1024x768x24"},
+                     {"PATH=/usr/bin:/bin"});
+  close(ready[1]);
+  std::string number;
+  char c;
+  while (read(ready[0], &c, 1) == 1 && c != '\n') number += c;
+  close(ready[0]);
+  ASSERT_FALSE(number.empty());
+  const std::string display = ":" + number;
+
+  ChildProcess tool;
+  tool.pid = Spawn({testing_support::BuildDir() + "/shell/MLCrashReporter"},
+                   {"MARLOWEN_ROOT=" + root_.path(), "TMPDIR=" + root_.Path("tmp"), "DISPLAY=" + display});
+  bool shown = false;
+  for (int attempt = 0; attempt < 100 && !shown; ++attempt) {
+    packaging_test::CommandResult windows =
+        packaging_test::RunCommand({"/usr/bin/xwininfo", "-root", "-tree", "-display", display});
+    shown = windows.output.find("\"Marlowen Error Reporter - Settings\"") != std::string::npos;
+    if (!shown) usleep(100 * 1000);
+  }
+  EXPECT_TRUE(shown);
 }
 
 }  // namespace
