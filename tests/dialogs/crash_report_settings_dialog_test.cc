@@ -19,6 +19,7 @@
 #include "dialogs/qt_window_access.h"
 #include "dialogs/window_api.h"
 #include "report_dialog_test_support.h"
+#include "report_test_support.h"
 #include "shell/dialog_modes.h"
 #include "shell/report_modes.h"
 #include "test_root.h"
@@ -151,6 +152,7 @@ TEST_F(SettingsDialogTest, NoReportsDisableTheReportButtons) {
 
 TEST_F(SettingsDialogTest, SendUploadsAllAndTheDialogStaysWithTheCountRefreshed) {
   auto collector = StartCollector();
+  SaveSettings(true, false, "11111-22222");
   AddReport("Quill_20260102030405_1_1");
   bool uploadingLayout = false;
   onBox = [&](const report_dialog_test::BoxCall& call) {
@@ -165,6 +167,8 @@ TEST_F(SettingsDialogTest, SendUploadsAllAndTheDialogStaysWithTheCountRefreshed)
     EXPECT_EQ(Text(dialog, kIdStatus), u"There are currently 1 error reports on this machine");
     EXPECT_TRUE(Enabled(dialog, kIdSendAll));
     report_dialog_test::SaveScreenshot(dialog, "settings_dialog");
+    // A number typed but not saved does not go with the reports.
+    Type(dialog, kIdSmaNumber, u"99999-88888");
     Click(dialog, kIdSendAll);
     dialog_test::WaitFor([&] { return !boxes.empty() && Visible(dialog, kIdSendAll); });
     countAfter = Text(dialog, kIdStatus);
@@ -178,8 +182,12 @@ TEST_F(SettingsDialogTest, SendUploadsAllAndTheDialogStaysWithTheCountRefreshed)
   EXPECT_EQ(countAfter, u"There are currently 0 error reports on this machine");
   EXPECT_FALSE(buttonsAfter);
   EXPECT_EQ(collector->UploadCount(), 1u);
+  const std::vector<std::uint8_t> document = packaging_test::ExtractZipEntry(
+      collector->Value("receivedDir") + "/Quill_20260102030405_1_1.zip", "Quill_20260102030405_1_1.xml");
+  const std::string text(document.begin(), document.end());
+  EXPECT_NE(text.find("<SMA>11111-22222</SMA>"), std::string::npos) << text;
   // Cancel after an upload leaves the settings file alone.
-  EXPECT_FALSE(testing_support::PathExists(InFolder("CrashReport.settings")));
+  EXPECT_EQ(SettingsBytes(), SettingsFileBytes(true, false, "11111-22222"));
 }
 
 TEST_F(SettingsDialogTest, ViewFilesOpensTheFolderAndDeleteNeedsYes) {
