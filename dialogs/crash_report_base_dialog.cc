@@ -1,6 +1,7 @@
 #include "dialogs/crash_report_base_dialog.h"
 
 #include <cstdarg>
+#include <iterator>
 #include <vector>
 
 #include "dialogs/center_on_desktop.h"
