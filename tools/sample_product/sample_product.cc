@@ -58,12 +58,14 @@ void StampFaultTime() {
   if (write(g_faultTimeFd, &nanoseconds, sizeof nanoseconds) != sizeof nanoseconds) _exit(3);
 }
 
-[[gnu::noinline]] void CrashByNullWrite() {
+// The faults below are the point of this program: sanitizer builds must let
+// them happen instead of stopping the process ahead of the capture.
+[[gnu::noinline, gnu::no_sanitize("undefined")]] void CrashByNullWrite() {
   StampFaultTime();
   *g_nullPointer = 42;
 }
 
-[[gnu::noinline]] int CrashByDivideByZero() {
+[[gnu::noinline, gnu::no_sanitize("undefined")]] int CrashByDivideByZero() {
   StampFaultTime();
   return 7 / g_zero;
 }
