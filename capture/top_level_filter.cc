@@ -1,6 +1,7 @@
 #include "capture/top_level_filter.h"
 
 #include <atomic>
+#include <iterator>
 
 #include "capture/crash_report_writer.h"
 #include "capture/unhandled_exception_filter.h"
@@ -47,8 +48,15 @@ constexpr ExceptionNameEntry kExceptionNames[] = {
 // Written once when a product installs the capture, read by the filter
 // without allocating. The length is published last, so a reader sees either
 // the old name or the whole new one.
-char16_t g_applicationName[kMaxFilterApplicationName + 1] = u"Marlowen Crash Report Uploader";
-std::atomic<std::size_t> g_applicationNameLength{sizeof(kReporterApplicationName) / sizeof(char16_t) - 1};
+struct FilterName {
+  char16_t text[kMaxFilterApplicationName + 1] = {};
+  constexpr FilterName() {
+    for (std::size_t i = 0; ApplicationName[i] != 0; ++i) text[i] = ApplicationName[i];
+  }
+};
+constinit FilterName g_filterName;
+char16_t* const g_applicationName = g_filterName.text;
+std::atomic<std::size_t> g_applicationNameLength{std::size(ApplicationName) - 1};
 std::atomic<std::int32_t> g_disposition{kDispositionExit};
 
 }  // namespace

@@ -11,6 +11,8 @@
 // takes about 10 KB of stack. A fault there goes to the nested filter.
 #pragma once
 
+#include "shell/application_name.h"
+
 #include <cstdint>
 
 #include "capture/crash_context.h"
@@ -22,9 +24,6 @@ namespace Marlowen {
 // The exit code of both filters: -2, so the exit status is 254.
 inline constexpr std::uint32_t kCrashExitCode = 0xFFFFFFFEu;
 inline constexpr char16_t kNestedApplicationName[] = u"Marlowen Crash Reporter";
-// The reporter tool's own name, which TopLevelFilter reports under until a
-// product installs the capture with its own.
-inline constexpr char16_t kReporterApplicationName[] = u"Marlowen Crash Report Uploader";
 
 // Dispositions of HandleTopLevelException.
 inline constexpr std::int32_t kDispositionExit = 0;
@@ -36,8 +35,8 @@ inline constexpr std::int32_t kDispositionReturnTwo = 2;
 inline constexpr std::size_t kMaxFilterApplicationName = 255;
 void SetTopLevelFilterApplication(WideStringView applicationName, std::int32_t disposition);
 
-// HandleTopLevelException with the registered name (kReporterApplicationName
-// unless set), kCrashExitCode and the registered disposition (0 unless set).
+// HandleTopLevelException with the registered name (the tool's own
+// ApplicationName until a product installs the capture with its name), kCrashExitCode and the registered disposition (0 unless set).
 std::int32_t TopLevelFilter(EXCEPTION_POINTERS* exceptionPointers);
 // HandleTopLevelException with kNestedApplicationName, kCrashExitCode and 0.
 std::int32_t NestedTopLevelFilter(EXCEPTION_POINTERS* exceptionPointers);

@@ -3,6 +3,7 @@
 #include "packaging/report_xml.h"
 #include "packaging/xml_platform.h"
 #include "packaging/zip_package.h"
+#include "shell/application_name.h"
 #include "shell/format_string.h"
 #include "shell/log_client.h"
 #include "shell/string_helpers.h"
@@ -17,7 +18,6 @@ namespace {
 
 // The tool's own name: a report that begins with it is about a crash of the
 // uploader itself and is never sent by it.
-constexpr char16_t kUploaderApplicationName[] = u"Marlowen Crash Report Uploader";
 
 }  // namespace
 
@@ -72,7 +72,7 @@ bool CrashReportUploader::PackageReport(const WideString& reportName, const Path
 }
 
 bool CrashReportUploader::SendReport(const WideString& reportName) {
-  if (reportName.starts_with(kUploaderApplicationName)) {
+  if (reportName.starts_with(ApplicationName)) {
     LogCrashReporting(kLogError,
                       u"Cannot upload crash reports from the crash report uploader. Please send "
                       u"this report to Marlowen by email.");
