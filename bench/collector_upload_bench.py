@@ -19,7 +19,7 @@ import time
 import uuid
 
 COLLECTOR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools",
-                         "test_collector", "collector.py")
+                         "collector", "collector.py")
 CHUNK = 1 << 20
 
 

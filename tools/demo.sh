@@ -58,7 +58,7 @@ report_folder="$MARLOWEN_ROOT/var/lib/Marlowen/Crash Reports"
 ls -ld "$MARLOWEN_ROOT/var/lib/Marlowen" "$report_folder"
 
 step "Test collector and log listener"
-python3 "$source_dir/tools/test_collector/collector.py" --state "$demo/collector" \
+python3 "$source_dir/tools/collector/collector.py" --state "$demo/collector" \
   --env-file "$demo/collector.env" --timeout 300 >/dev/null &
 children+=($!)
 wait_until '[ -e "$demo/collector.env" ]' 30 || fail "the collector did not start"

@@ -78,7 +78,7 @@ ProcessResult RunProgram(const std::string& program, const std::vector<std::stri
 }
 
 Collector::Collector(const std::string& stateFolder) : state_(stateFolder) {
-  const std::string script = testing_support::SourceDir() + "/tools/test_collector/collector.py";
+  const std::string script = testing_support::SourceDir() + "/tools/collector/collector.py";
   const std::string envFile = state_ + ".env";
   testing_support::MakeFolders(state_);
   pid_ = Spawn("/usr/bin/python3",

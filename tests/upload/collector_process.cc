@@ -27,7 +27,7 @@ constexpr auto kStopLimit = std::chrono::seconds(10);
 std::string CollectorScript() {
   const std::string source = testing_support::SourceDir();
   return (source.empty() ? std::string(ML_SOURCE_DIR_FALLBACK) : source) +
-         "/tools/test_collector/collector.py";
+         "/tools/collector/collector.py";
 }
 
 std::size_t CountLines(const std::string& path) {

@@ -1,4 +1,4 @@
-// The test collector (tools/test_collector/collector.py) as a child of the
+// The test collector (tools/collector/collector.py) as a child of the
 // test: an HTTPS information server and an upload endpoint on loopback, with
 // their behaviour switched per case through the control endpoint.
 #pragma once

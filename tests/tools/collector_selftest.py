@@ -16,7 +16,7 @@ import uuid
 import xml.etree.ElementTree as ET
 
 SOURCE_DIR = os.environ.get("ML_SOURCE_DIR") or os.path.join(os.path.dirname(__file__), "..", "..")
-COLLECTOR = os.path.join(SOURCE_DIR, "tools", "test_collector", "collector.py")
+COLLECTOR = os.path.join(SOURCE_DIR, "tools", "collector", "collector.py")
 CRASH_REPORT_TYPE = b"application/x-marlowen-crash-report"
 # Bytes that trip naive multipart splitting: line ends, a fake delimiter, NULs
 # and a lone CR just before the real closing delimiter.

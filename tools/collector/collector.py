@@ -6,7 +6,7 @@
 Starts the servers, writes DIR/collector.json (and --port-file, --env-file)
 once every port listens, and runs until SIGTERM/SIGINT, POST /stop on the
 control port, --max-uploads answered posts or --timeout seconds. See
-docs/test_collector.md for the files it keeps and how to steer it at run time.
+docs/collector.md for the files it keeps and how to steer it at run time.
 """
 
 import argparse
