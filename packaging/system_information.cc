@@ -6,10 +6,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 
+#include "platform/file_io.h"
 #include "shell/format_string.h"
 #include "shell/registry.h"
 #include "shell/string_helpers.h"
@@ -179,15 +178,6 @@ std::string OsReleaseValue(std::string_view osRelease, std::string_view key) {
   return std::string();
 }
 
-bool ReadWholeFile(const char* path, std::string& text) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  std::ostringstream buffer;
-  buffer << in.rdbuf();
-  text = buffer.str();
-  return true;
-}
-
 // The number behind "key" and a colon in /proc's "key: value" layouts; the
 // first match counts.
 bool ProcField(std::string_view text, std::string_view key, std::uint64_t& value) {
@@ -294,7 +284,7 @@ void SystemInformationT::Collect() {
   processorArchitecture = ProcessorArchitectureName(architecture & 0xFFFF);
 
   std::string cpuInfo;
-  if (ReadWholeFile("/proc/cpuinfo", cpuInfo)) {
+  if (platform::ReadWholeFile("/proc/cpuinfo", cpuInfo)) {
     std::uint64_t family = 0, model = 0, stepping = 0;
     if (ProcField(cpuInfo, "cpu family", family)) processorLevel = static_cast<std::uint16_t>(family);
     const bool hasModel = ProcField(cpuInfo, "model", model);
@@ -315,7 +305,7 @@ void SystemInformationT::Collect() {
 
 void SystemInformationT::CollectMemoryStatus() {
   std::string memInfo;
-  if (!ReadWholeFile("/proc/meminfo", memInfo)) return;
+  if (!platform::ReadWholeFile("/proc/meminfo", memInfo)) return;
   std::uint64_t memTotal = 0, memAvailable = 0, swapTotal = 0, swapFree = 0;
   if (!ProcField(memInfo, "MemTotal", memTotal) || memTotal == 0) return;
   if (!ProcField(memInfo, "MemAvailable", memAvailable)) {
@@ -338,7 +328,7 @@ void SystemInformationT::CollectMemoryStatus() {
   }
   std::uint64_t mapped = 0;
   std::string status;
-  if (ReadWholeFile("/proc/self/status", status)) ProcField(status, "VmSize", mapped);
+  if (platform::ReadWholeFile("/proc/self/status", status)) ProcField(status, "VmSize", mapped);
   mapped *= kKibibyte;
 
   memoryLoad = static_cast<std::uint32_t>((memTotal - memAvailable) * 100 / memTotal);
@@ -354,7 +344,9 @@ void SystemInformationT::CollectMemoryStatus() {
 
 WideString SystemInformationT::DescribeOperatingSystem() {
   std::string osRelease;
-  if (!ReadWholeFile("/etc/os-release", osRelease)) ReadWholeFile("/usr/lib/os-release", osRelease);
+  if (!platform::ReadWholeFile("/etc/os-release", osRelease)) {
+    (void)platform::ReadWholeFile("/usr/lib/os-release", osRelease);
+  }
   struct utsname names {};
   if (uname(&names) != 0) return DescribeLinuxSystem(osRelease, KernelFacts{});
   return DescribeLinuxSystem(osRelease, KernelFacts{names.sysname, names.release, names.version});

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "packaging/xml_platform.h"
+#include "platform/xml_platform.h"
 #include "shell/format_string.h"
 #include "store/file.h"
 #include "store/file_attributes.h"

@@ -13,28 +13,11 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/file_io.h"
+
 namespace {
 
 constexpr char kElfMagic[4] = {0x7f, 'E', 'L', 'F'};
-
-bool ReadWholeFile(const std::string& path, std::string& out) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  out.clear();
-  char buffer[4096];
-  for (;;) {
-    ssize_t n = read(fd, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      close(fd);
-      return false;
-    }
-    if (n == 0) break;
-    out.append(buffer, static_cast<std::size_t>(n));
-  }
-  close(fd);
-  return true;
-}
 
 std::string ProcPath(pid_t processId, const char* leaf) {
   return "/proc/" + std::to_string(processId) + "/" + leaf;

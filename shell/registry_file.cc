@@ -8,6 +8,7 @@
 #include <array>
 #include <optional>
 
+#include "platform/file_io.h"
 #include "shell/string_helpers.h"
 
 namespace {
@@ -107,21 +108,8 @@ void RegistryFile::Clear() {
 
 bool RegistryFile::Load(const std::string& path) {
   Clear();
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno == ENOENT || errno == ENOTDIR;
   std::string bytes;
-  char buffer[8192];
-  for (;;) {
-    ssize_t n = read(fd, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      close(fd);
-      return false;
-    }
-    if (n == 0) break;
-    bytes.append(buffer, static_cast<std::size_t>(n));
-  }
-  close(fd);
+  if (!platform::ReadWholeFile(path, bytes)) return errno == ENOENT || errno == ENOTDIR;
   return Parse(bytes);
 }
 

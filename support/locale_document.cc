@@ -5,14 +5,13 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <vector>
 
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
-#include <xercesc/sax/ErrorHandler.hpp>
-#include <xercesc/sax/SAXParseException.hpp>
 
+#include "platform/file_io.h"
+#include "platform/xml_platform.h"
 #include "support/settings_xml.h"
 
 namespace Marlowen {
@@ -20,47 +19,6 @@ namespace Marlowen {
 namespace xc = XERCES_CPP_NAMESPACE;
 
 namespace {
-
-class CountingErrorHandler final : public xc::ErrorHandler {
- public:
-  void warning(const xc::SAXParseException&) override {}
-  void error(const xc::SAXParseException&) override { ++errors_; }
-  void fatalError(const xc::SAXParseException&) override { ++errors_; }
-  void resetErrors() override { errors_ = 0; }
-  int errors() const { return errors_; }
-
- private:
-  int errors_ = 0;
-};
-
-bool ReadWholeFile(const std::string& path, std::vector<char>& bytes) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  char chunk[65536];
-  for (;;) {
-    const ssize_t n = read(fd, chunk, sizeof chunk);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      close(fd);
-      return false;
-    }
-    if (n == 0) break;
-    bytes.insert(bytes.end(), chunk, chunk + n);
-  }
-  close(fd);
-  return true;
-}
-
-bool WriteAll(int fd, const std::string& text) {
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<std::size_t>(n);
-  }
-  return true;
-}
 
 bool IsContainer(const xc::DOMNode* node) {
   if (node->getNodeType() != xc::DOMNode::ELEMENT_NODE) return false;
@@ -108,8 +66,8 @@ void AppendText(const xc::DOMNode* node, WideString& out, std::size_t limit) {
 }  // namespace
 
 xc::DOMDocument* ParseLocaleFile(const std::string& utf8Path) {
-  std::vector<char> bytes;
-  if (!ReadWholeFile(utf8Path, bytes) || bytes.empty() || !EnsureXmlPlatform()) return nullptr;
+  std::string bytes;
+  if (!platform::ReadWholeFile(utf8Path, bytes) || bytes.empty() || !InitializeXmlPlatform()) return nullptr;
   xc::XercesDOMParser parser;
   parser.setValidationScheme(xc::XercesDOMParser::Val_Never);
   parser.setDoNamespaces(false);
@@ -142,7 +100,7 @@ bool WriteLocaleFile(xc::DOMDocument* document, const std::string& utf8Path) {
   const std::string temporary = utf8Path + ".saving";
   const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
   if (fd < 0) return false;
-  const bool written = WriteAll(fd, text) && fsync(fd) == 0;
+  const bool written = platform::WriteAll(fd, text) && fsync(fd) == 0;
   if (close(fd) != 0 || !written || std::rename(temporary.c_str(), utf8Path.c_str()) != 0) {
     unlink(temporary.c_str());
     return false;

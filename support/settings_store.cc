@@ -16,6 +16,7 @@
 
 #include <xercesc/dom/DOM.hpp>
 
+#include "platform/xml_platform.h"
 #include "support/settings_lookup.h"
 #include "support/settings_text.h"
 #include "support/settings_xml.h"
@@ -232,7 +233,7 @@ SettingsStore::~SettingsStore() {
 }
 
 std::unique_ptr<SettingsStore> OpenStore(const WideString& path) {
-  if (!EnsureXmlPlatform()) return nullptr;
+  if (!InitializeXmlPlatform()) return nullptr;
   auto store = std::make_unique<SettingsStore>();
   store->path = path;
   const std::string file = WideToUtf8(path);

@@ -4,56 +4,23 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <mutex>
-#include <vector>
 
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
-#include <xercesc/sax/ErrorHandler.hpp>
-#include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
+
+#include "platform/file_io.h"
+#include "platform/xml_platform.h"
 
 namespace Marlowen {
 
 namespace xc = XERCES_CPP_NAMESPACE;
 
 namespace {
-
-// Counts problems instead of throwing, so that a bad file simply yields no
-// usable document.
-class CountingErrorHandler final : public xc::ErrorHandler {
- public:
-  void warning(const xc::SAXParseException&) override {}
-  void error(const xc::SAXParseException&) override { ++errors_; }
-  void fatalError(const xc::SAXParseException&) override { ++errors_; }
-  void resetErrors() override { errors_ = 0; }
-  int errors() const { return errors_; }
-
- private:
-  int errors_ = 0;
-};
-
-bool ReadWholeFile(const std::string& path, std::vector<char>& bytes) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  char chunk[65536];
-  for (;;) {
-    const ssize_t n = read(fd, chunk, sizeof chunk);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      close(fd);
-      return false;
-    }
-    if (n == 0) break;
-    bytes.insert(bytes.end(), chunk, chunk + n);
-  }
-  close(fd);
-  return true;
-}
 
 bool IsContainer(const xc::DOMNode* node) {
   if (node->getNodeType() != xc::DOMNode::ELEMENT_NODE) return false;
@@ -87,25 +54,11 @@ void DropLayoutWhitespace(xc::DOMNode* node) {
 
 }  // namespace
 
-bool EnsureXmlPlatform() {
-  static std::once_flag once;
-  static bool started = false;
-  std::call_once(once, [] {
-    try {
-      xc::XMLPlatformUtils::Initialize();
-      started = true;
-    } catch (const xc::XMLException&) {
-      started = false;
-    }
-  });
-  return started;
-}
-
 SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& document) {
   document = nullptr;
-  std::vector<char> bytes;
-  if (!ReadWholeFile(utf8Path, bytes)) return SettingsParse::kNoFile;
-  if (bytes.empty() || !EnsureXmlPlatform()) return SettingsParse::kNotWhole;
+  std::string bytes;
+  if (!platform::ReadWholeFile(utf8Path, bytes)) return SettingsParse::kNoFile;
+  if (bytes.empty() || !InitializeXmlPlatform()) return SettingsParse::kNotWhole;
 
   xc::XercesDOMParser parser;
   parser.setValidationScheme(xc::XercesDOMParser::Val_Never);
@@ -131,7 +84,7 @@ SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& d
 }
 
 xc::DOMDocument* NewSettingsDocument(const char16_t* rootTag) {
-  if (!EnsureXmlPlatform()) return nullptr;
+  if (!InitializeXmlPlatform()) return nullptr;
   try {
     xc::DOMImplementation* impl = xc::DOMImplementationRegistry::getDOMImplementation(u"Core");
     if (!impl) return nullptr;
@@ -142,7 +95,7 @@ xc::DOMDocument* NewSettingsDocument(const char16_t* rootTag) {
 }
 
 bool SerializeSettingsDocument(xc::DOMDocument* document, std::string& text) {
-  if (!document || !EnsureXmlPlatform()) return false;
+  if (!document || !InitializeXmlPlatform()) return false;
   try {
     xc::DOMImplementation* impl = xc::DOMImplementationRegistry::getDOMImplementation(u"LS");
     if (!impl) return false;

@@ -14,10 +14,6 @@ XERCES_CPP_NAMESPACE_END
 
 namespace Marlowen {
 
-// Starts the XML library once per process; false if it can't be started.
-// It is never shut down, as other layers may hold documents to the end.
-bool EnsureXmlPlatform();
-
 enum class SettingsParse {
   kNoFile,     // the file can't be opened: absent or unreadable
   kNotWhole,   // it can be read but is not well-formed XML

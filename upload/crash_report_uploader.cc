@@ -1,8 +1,8 @@
 #include "upload/crash_report_uploader.h"
 
 #include "packaging/report_xml.h"
-#include "packaging/xml_platform.h"
 #include "packaging/zip_package.h"
+#include "platform/xml_platform.h"
 #include "shell/application_name.h"
 #include "shell/format_string.h"
 #include "shell/log_client.h"

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "packaging/xml_platform.h"
+#include "platform/xml_platform.h"
 #include "shell/format_string.h"
 #include "shell/log_client.h"
 #include "shell/string_helpers.h"

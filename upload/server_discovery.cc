@@ -10,10 +10,9 @@
 #include <xercesc/util/XMLException.hpp>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
-#include "packaging/xml_platform.h"
+#include "platform/file_io.h"
+#include "platform/xml_platform.h"
 #include "shell/format_string.h"
 #include "shell/log_client.h"
 #include "shell/string_helpers.h"
@@ -43,12 +42,6 @@ std::size_t WriteFunction(char* data, std::size_t size, std::size_t count, void*
   return size * count;
 }
 
-std::string ReadWholeFile(const char* path, bool& ok) {
-  std::ifstream in(path, std::ios::binary);
-  ok = static_cast<bool>(in);
-  return ok ? std::string(std::istreambuf_iterator<char>(in), {}) : std::string();
-}
-
 }  // namespace
 
 std::string InformationServerAddress() {
@@ -60,8 +53,9 @@ std::string InformationServerAddress() {
 WideString CaBundleText() {
   const char* overridden = std::getenv("MARLOWEN_CA_BUNDLE");
   if (overridden && *overridden) {
-    bool ok = false;
-    return Utf8ToWide(ReadWholeFile(overridden, ok));
+    std::string text;
+    (void)platform::ReadWholeFile(overridden, text);
+    return Utf8ToWide(text);
   }
   return Utf8ToWide(EmbeddedCaBundle());
 }

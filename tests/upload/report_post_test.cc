@@ -9,7 +9,7 @@
 
 #include "collector_process.h"
 #include "log_capture.h"
-#include "packaging/xml_platform.h"
+#include "platform/xml_platform.h"
 #include "shell/failures.h"
 #include "shell/wide_string.h"
 #include "test_root.h"

@@ -1,4 +1,4 @@
-#include "packaging/xml_platform.h"
+#include "platform/xml_platform.h"
 
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
