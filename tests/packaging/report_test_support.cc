@@ -1,45 +1,14 @@
 #include "report_test_support.h"
 
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cstring>
 
-#include "platform/log_endpoint.h"
-#include "platform/machine_paths.h"
 #include "platform/system_time.h"
-#include "shell/log_client.h"
+#include "run_command.h"
 #include "store/file_time.h"
 #include "test_root.h"
 
-extern char** environ;
-
 namespace packaging_test {
-
-LogLines::LogLines() : path_(platform::LogEndpointPath("MLLog.1")) {
-  std::string error;
-  fd_ = platform::BindLogEndpoint(path_, &error);
-}
-
-LogLines::~LogLines() {
-  if (fd_ < 0) return;
-  close(fd_);
-  unlink(path_.c_str());
-}
-
-std::vector<LoggedLine> LogLines::Drain() {
-  std::vector<LoggedLine> lines;
-  LogRecord record;
-  while (fd_ >= 0 &&
-         recv(fd_, &record, sizeof(record), MSG_DONTWAIT) == static_cast<ssize_t>(sizeof(record))) {
-    std::size_t length = 0;
-    while (length < std::size(record.message) && record.message[length] != 0) ++length;
-    lines.push_back({record.severity, WideString(record.message, length)});
-  }
-  return lines;
-}
 
 Marlowen::CrashedModuleT SampleRecord(const WideString& reportName) {
   Marlowen::CrashedModuleT record(false);
@@ -48,26 +17,16 @@ Marlowen::CrashedModuleT SampleRecord(const WideString& reportName) {
   record.crashAddress = u"0x401000";
   record.moduleName = u"/opt/app/libcore.so";
   record.commandLine = u"/opt/app/bin/app --title \"<a & b>\"";
-  record.fileVersion = u"2.3.4.5";
-  record.productVersion = u"2.3.0.0";
+  record.fileVersion = u"2.3.4.5", record.productVersion = u"2.3.0.0";
   record.fileName = u"/opt/app/bin/app";
   platform::SystemTime time{};
-  time.year = 2026;
-  time.month = 1;
-  time.day = 2;
-  time.hour = 3;
-  time.minute = 4;
-  time.second = 5;
+  time.year = 2026, time.month = 1, time.day = 2, time.hour = 3, time.minute = 4, time.second = 5;
   Marlowen::SystemTimeToFileTime(time, record.creationTime);
-  record.handleCount = 41;
-  record.threadCount = 4;
-  record.pageFaultCount = 1234;
+  record.handleCount = 41, record.threadCount = 4, record.pageFaultCount = 1234;
   record.peakWorkingSetSize = 0xC0000000u;  // 3 GiB: reads negative
   record.workingSetSize = 20'000'000;
-  record.quotaPeakPagedPoolUsage = 0;
-  record.quotaPagedPoolUsage = 0;
-  record.quotaPeakNonPagedPoolUsage = 8192;
-  record.quotaNonPagedPoolUsage = 4096;
+  record.quotaPeakPagedPoolUsage = record.quotaPagedPoolUsage = 0;
+  record.quotaPeakNonPagedPoolUsage = 8192, record.quotaNonPagedPoolUsage = 4096;
   record.pageFileUsage = 0xFFFFFFFFu;  // saturated: reads -1
   record.peakPageFileUsage = 30'000'000;
   return record;
@@ -77,8 +36,7 @@ bool WriteCapturedReport(const std::string& folder, const std::string& name,
                          const std::vector<std::uint8_t>& dumpBytes) {
   testing_support::MakeFolders(folder);
   testing_support::WriteFileBytes(folder + "/" + name + ".dmp", dumpBytes);
-  const Marlowen::CrashedModuleT record = SampleRecord(Utf8ToWide(name));
-  return record.Save(Marlowen::PathBuffer::FromUtf8(folder + "/" + name + ".dat"));
+  return SampleRecord(Utf8ToWide(name)).Save(Marlowen::PathBuffer::FromUtf8(folder + "/" + name + ".dat"));
 }
 
 std::vector<std::uint8_t> DumpLikeBytes(std::size_t size, std::uint32_t seed) {
@@ -87,59 +45,32 @@ std::vector<std::uint8_t> DumpLikeBytes(std::size_t size, std::uint32_t seed) {
   auto next = [&state] {
     state ^= state << 13;
     state ^= state >> 17;
-    state ^= state << 5;
-    return state;
+    return state ^= state << 5;
   };
   static const char kText[] = "libcore.so /usr/lib/x86_64-linux-gnu/libc.so.6 Access Violation ";
-  for (std::size_t page = 0; page * 4096 < size; ++page) {
-    const std::size_t begin = page * 4096;
+  // Pages of zeros, of text, of pointers into a few mappings, and of noise.
+  for (std::size_t begin = 0; begin < size; begin += 4096) {
     const std::size_t end = std::min(size, begin + 4096);
-    switch (next() % 4) {
-      case 0:  // zero page
-        break;
-      case 1:  // text
-        for (std::size_t i = begin; i < end; ++i) bytes[i] = kText[(i + page) % (sizeof(kText) - 1)];
-        break;
-      case 2:  // pointers into a few mappings
-        for (std::size_t i = begin; i + 8 <= end; i += 8) {
-          const std::uint64_t pointer = 0x00007F0000000000ull + (next() % 64) * 0x1000 + (next() % 512) * 8;
-          std::memcpy(&bytes[i], &pointer, 8);
-        }
-        break;
-      default:  // noise standing for code and packed data
-        for (std::size_t i = begin; i < end; ++i) bytes[i] = static_cast<std::uint8_t>(next());
+    const std::uint32_t kind = next() % 4;
+    for (std::size_t i = begin; kind == 1 && i < end; ++i) bytes[i] = kText[(i + begin / 4096) % (sizeof(kText) - 1)];
+    for (std::size_t i = begin; kind == 2 && i + 8 <= end; i += 8) {
+      const std::uint64_t pointer = 0x00007F0000000000ull + (next() % 64) * 0x1000 + (next() % 512) * 8;
+      std::memcpy(&bytes[i], &pointer, 8);
     }
+    for (std::size_t i = begin; kind == 3 && i < end; ++i) bytes[i] = static_cast<std::uint8_t>(next());
   }
   return bytes;
 }
 
 CommandResult RunCommand(const std::vector<std::string>& argv) {
-  CommandResult result;
-  int out[2];
-  if (pipe(out) != 0) return result;
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addclose(&actions, out[0]);
-  std::vector<char*> args;
-  for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
-  args.push_back(nullptr);
-  pid_t pid = 0;
-  const int spawned = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  if (spawned != 0) {
-    close(out[0]);
-    return result;
+  std::string line;
+  for (const std::string& arg : argv) {
+    line += " '";
+    for (char c : arg) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    line += "'";
   }
-  char buffer[65536];
-  ssize_t count;
-  while ((count = read(out[0], buffer, sizeof(buffer))) > 0) result.output.append(buffer, count);
-  close(out[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
+  const testing_support::CommandResult result = testing_support::RunCommand(line);
+  return {result.status, result.output};
 }
 
 CommandResult ListZip(const std::string& zipPath) {

@@ -1,6 +1,6 @@
-// Helpers shared by the packaging and uploader tests: a listener on the log
-// endpoint of the current test root, a captured report as the capture
-// leaves it, and independent readers (python3, unzip) run as programs.
+// Helpers shared by the packaging and uploader tests: a captured report as
+// the capture leaves it, and independent readers (python3, unzip) run as
+// programs.
 #pragma once
 
 #include <cstdint>
@@ -11,28 +11,6 @@
 #include "store/crashed_module.h"
 
 namespace packaging_test {
-
-struct LoggedLine {
-  std::uint32_t severity;
-  WideString message;
-};
-
-// Binds <MARLOWEN_ROOT>/run/marlowen/MLLog.1 while it lives.
-class LogLines {
- public:
-  LogLines();
-  ~LogLines();
-  LogLines(const LogLines&) = delete;
-  LogLines& operator=(const LogLines&) = delete;
-
-  bool bound() const { return fd_ >= 0; }
-  // What has arrived so far, oldest first, without waiting.
-  std::vector<LoggedLine> Drain();
-
- private:
-  int fd_ = -1;
-  std::string path_;
-};
 
 // A record with a value of its own in every field, 2026-01-02 03:04:05 UTC,
 // and markup in the command line.
@@ -50,7 +28,7 @@ struct CommandResult {
   int exitCode = -1;
   std::string output;  // stdout
 };
-// Runs argv (no shell) and collects its standard output.
+// Runs argv, each word quoted for the shell, and collects its standard output.
 CommandResult RunCommand(const std::vector<std::string>& argv);
 
 // The entries of a zip as an independent reader sees them: "name size"

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <sstream>
 #include <thread>
 
@@ -20,21 +19,14 @@ namespace upload_test {
 
 namespace {
 
-constexpr auto kStartLimit = std::chrono::seconds(30);
+using Clock = std::chrono::steady_clock;
 constexpr auto kPoll = std::chrono::milliseconds(20);
-constexpr auto kStopLimit = std::chrono::seconds(10);
 
-std::string CollectorScript() {
-  const std::string source = testing_support::SourceDir();
-  return (source.empty() ? std::string(ML_SOURCE_DIR_FALLBACK) : source) +
-         "/tools/collector/collector.py";
-}
-
-std::size_t CountLines(const std::string& path) {
-  if (!testing_support::PathExists(path)) return 0;
-  const std::string text = testing_support::ReadFileText(path);
-  std::size_t lines = 0;
-  for (char c : text) lines += c == '\n';
+std::vector<std::string> FileLines(const std::string& path) {
+  std::vector<std::string> lines;
+  if (!testing_support::PathExists(path)) return lines;
+  std::istringstream text(testing_support::ReadFileText(path));
+  for (std::string line; std::getline(text, line);) lines.push_back(line);
   return lines;
 }
 
@@ -64,8 +56,7 @@ std::string JsonValue(const std::string& json, const std::string& key) {
   const std::string lead = "\"" + key + "\":";
   std::size_t at = json.find(lead);
   if (at == std::string::npos) return {};
-  at += lead.size();
-  while (at < json.size() && json[at] == ' ') ++at;
+  at = json.find_first_not_of(' ', at + lead.size());
   std::string value;
   if (at < json.size() && json[at] == '"') {
     for (++at; at < json.size() && json[at] != '"'; ++at) {
@@ -74,24 +65,22 @@ std::string JsonValue(const std::string& json, const std::string& key) {
     }
     return value;
   }
-  while (at < json.size() && json[at] != ',' && json[at] != '\n' && json[at] != '}') {
-    value += json[at++];
-  }
+  while (at < json.size() && json[at] != ',' && json[at] != '\n' && json[at] != '}') value += json[at++];
   return value;
 }
 
-CollectorProcess::CollectorProcess(const std::string& stateDir,
-                                   const std::vector<std::string>& options)
-    : state_(stateDir) {
+CollectorProcess::CollectorProcess(const std::string& stateDir, const std::vector<std::string>& options) {
+  const std::string source = testing_support::SourceDir();
   const std::string portFile = stateDir + ".ports.json";
-  std::vector<std::string> args = {"python3",     CollectorScript(), "--state", stateDir,
-                                   "--port-file", portFile,          "--timeout", "300"};
+  std::vector<std::string> args = {"python3", (source.empty() ? ML_SOURCE_DIR_FALLBACK : source) +
+                                                  "/tools/collector/collector.py",
+                                   "--state", stateDir, "--port-file", portFile, "--timeout", "300"};
   args.insert(args.end(), options.begin(), options.end());
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
-  // The collector repeats collector.json on stdout; the test's output needs
-  // only its complaints on stderr.
+  // The collector repeats collector.json on stdout; only its complaints on
+  // stderr belong in the test's output.
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
@@ -101,14 +90,14 @@ CollectorProcess::CollectorProcess(const std::string& stateDir,
     pid_ = -1;
     return;
   }
-  const auto deadline = std::chrono::steady_clock::now() + kStartLimit;
+  const auto deadline = Clock::now() + std::chrono::seconds(30);
   while (!testing_support::PathExists(portFile)) {
     int status = 0;
     if (waitpid(pid_, &status, WNOHANG) == pid_) {
       pid_ = -1;
       return;
     }
-    if (std::chrono::steady_clock::now() > deadline) return;
+    if (Clock::now() > deadline) return;
     std::this_thread::sleep_for(kPoll);
   }
   json_ = testing_support::ReadFileText(portFile);
@@ -119,15 +108,13 @@ CollectorProcess::~CollectorProcess() {
   if (pid_ <= 0) return;
   // Asked through its control port rather than by a signal: its signal
   // handler takes a lock that the main loop may hold at that moment.
-  if (Control(Value("controlUrl").substr(0, Value("controlUrl").rfind('/')) + "/stop", "POST",
-              "") == 0) {
-    kill(pid_, SIGTERM);
-  }
+  const std::string control = Value("controlUrl");
+  if (Control(control.substr(0, control.rfind('/')) + "/stop", "POST", "") == 0) kill(pid_, SIGTERM);
   // A collector that does not end must not hold the test.
-  const auto deadline = std::chrono::steady_clock::now() + kStopLimit;
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
   int status = 0;
   while (waitpid(pid_, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
+    if (Clock::now() > deadline) {
       kill(pid_, SIGKILL);
       waitpid(pid_, &status, 0);
       break;
@@ -147,39 +134,16 @@ bool CollectorProcess::SetBehaviour(const std::string& overlayJson) const {
   return Control(Value("controlUrl"), "PUT", overlayJson) == 200;
 }
 
-bool CollectorProcess::ResetBehaviour() const {
-  return Control(Value("controlUrl"), "DELETE", "") == 200;
-}
+bool CollectorProcess::ResetBehaviour() const { return Control(Value("controlUrl"), "DELETE", "") == 200; }
 
-std::vector<std::string> CollectorProcess::BodyFiles() const {
-  std::vector<std::string> files;
-  const std::string folder = Value("bodiesDir");
-  for (const std::string& name : testing_support::ListFolder(folder)) {
-    files.push_back(folder + "/" + name);
-  }
-  return files;
-}
-
-std::size_t CollectorProcess::UploadCount() const { return CountLines(Value("uploadsLog")); }
+std::size_t CollectorProcess::UploadCount() const { return UploadRecords().size(); }
 
 std::size_t CollectorProcess::InfoRequestCount() const {
-  const std::string path = Value("requestsLog");
-  if (!testing_support::PathExists(path)) return 0;
-  std::istringstream lines(testing_support::ReadFileText(path));
   std::size_t count = 0;
-  for (std::string line; std::getline(lines, line);) {
-    count += JsonValue(line, "role") == "info";
-  }
+  for (const std::string& line : FileLines(Value("requestsLog"))) count += JsonValue(line, "role") == "info";
   return count;
 }
 
-std::vector<std::string> CollectorProcess::UploadRecords() const {
-  std::vector<std::string> records;
-  const std::string path = Value("uploadsLog");
-  if (!testing_support::PathExists(path)) return records;
-  std::istringstream lines(testing_support::ReadFileText(path));
-  for (std::string line; std::getline(lines, line);) records.push_back(line);
-  return records;
-}
+std::vector<std::string> CollectorProcess::UploadRecords() const { return FileLines(Value("uploadsLog")); }
 
 }  // namespace upload_test
