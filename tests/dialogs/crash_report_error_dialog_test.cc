@@ -5,11 +5,17 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QImage>
+#include <QKeyEvent>
+#include <QWidget>
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "dialog_test_support.h"
 #include "dialogs/crash_report_resources.h"
+#include "dialogs/qt_window_access.h"
 #include "dialogs/window_api.h"
 #include "report_dialog_test_support.h"
 #include "shell/report_modes.h"
@@ -17,33 +23,23 @@
 
 namespace {
 
-using report_dialog_test::Checked;
-using report_dialog_test::Click;
-using report_dialog_test::Enabled;
-using report_dialog_test::ReportDialogTest;
-using report_dialog_test::ShownStep;
-using report_dialog_test::StepRecorder;
-using report_dialog_test::Text;
-using report_dialog_test::Visible;
-using report_dialog_test::WhenDialogShows;
+using namespace report_dialog_test;
 
-constexpr char kReport[] = "Tarnhollows Atlas_20260102030405_41_42";
-constexpr char16_t kReportWide[] = u"Tarnhollows Atlas_20260102030405_41_42";
+constexpr char16_t kReport[] = u"Tarnhollows Atlas_20260102030405_41_42";
 
-class ErrorDialogTest : public ReportDialogTest {};
+using ErrorDialogTest = ReportDialogTest;
 
 TEST_F(ErrorDialogTest, SendChoiceUploadsTheReportWithProgressAndEnds) {
   auto collector = StartCollector();
-  AddReport(kReport);
-  std::unique_ptr<StepRecorder> recorder;
+  AddReport(WideToUtf8(kReport));
   bool uploadingLayout = false;
   HWND shown = nullptr;
-  onBox = [&](const report_dialog_test::BoxCall& call) {
+  onBox = [&](const BoxCall& call) {
     // The box comes while the dialog still shows the upload.
     uploadingLayout = Visible(call.owner, kIdProgress) && Visible(call.owner, kIdStatus) &&
                       !Visible(call.owner, kIdSend) && !Visible(call.owner, kIdDoNotSend) &&
                       !Enabled(call.owner, IDOK) && Visible(call.owner, kIdPleaseHelp);
-    report_dialog_test::SaveScreenshot(call.owner, "error_dialog_uploading");
+    SaveScreenshot(call.owner, "error_dialog_uploading");
   };
   WhenDialogShows act([&](HWND dialog) {
     shown = dialog;
@@ -57,21 +53,16 @@ TEST_F(ErrorDialogTest, SendChoiceUploadsTheReportWithProgressAndEnds) {
     EXPECT_TRUE(Checked(dialog, kIdSend));
     EXPECT_FALSE(Checked(dialog, kIdDoNotSend));
     EXPECT_FALSE(Visible(dialog, kIdProgress));
-    report_dialog_test::SaveScreenshot(dialog, "error_dialog");
-    recorder = std::make_unique<StepRecorder>(dialog);
+    // The registered icon is painted in its control, left of the cross's middle.
+    QWidget* widget = WidgetFromHandle(dialog);
+    const QPoint inIcon = WidgetFromHandle(GetDlgItem(dialog, kIdErrorIcon))->geometry().center() - QPoint(8, 0);
+    EXPECT_NE(widget->grab().toImage().pixelColor(inIcon), widget->palette().color(QPalette::Window));
+    SaveScreenshot(dialog, "error_dialog");
     Click(dialog, IDOK);
   });
-  EXPECT_EQ(RunSendMode(kReportWide), 0);
+  EXPECT_EQ(RunSendMode(kReport), 0);
   ASSERT_TRUE(act.fired());
   EXPECT_FALSE(IsWindow(shown));
-
-  static const char16_t* const texts[] = {u"Creating zip package.", u"Contacting upload server.",
-                                          u"Preparing upload XML.", u"Opening HTTP connection.",
-                                          u"Preparing headers.",    u"Sending data...",
-                                          u"Upload successful."};
-  std::vector<ShownStep> expected;
-  for (int i = 0; i < 7; ++i) expected.push_back({WideString(u"Report id: ") + kReportWide + u"." + texts[i], i + 1});
-  EXPECT_EQ(recorder->ReportSteps(), expected);
   EXPECT_TRUE(uploadingLayout);
   ASSERT_EQ(boxes.size(), 1u);
   EXPECT_EQ(boxes[0].type, MB_ICONINFORMATION);
@@ -79,19 +70,35 @@ TEST_F(ErrorDialogTest, SendChoiceUploadsTheReportWithProgressAndEnds) {
   EXPECT_TRUE(FolderNames().empty());
 }
 
-TEST_F(ErrorDialogTest, DoNotReportEndsAndLeavesTheReport) {
-  AddReport(kReport);
-  const std::vector<std::string> before = FolderNames();
+TEST_F(ErrorDialogTest, FailedUploadWarnsKeepsItsPackageAndInputWaits) {
+  auto collector = StartCollector();
+  ASSERT_TRUE(collector->SetBehaviour(R"({"upload": {"httpStatus": 500}})"));
+  AddReport(WideToUtf8(kReport));
+  AddReport("Other_20260102030405_5_7");
+  std::unique_ptr<StepRecorder> recorder;
+  bool upAtBox = false;
+  onBox = [&](const BoxCall& call) { upAtBox = IsWindowVisible(call.owner); };
   WhenDialogShows act([&](HWND dialog) {
-    Click(dialog, kIdDoNotSend);
-    EXPECT_FALSE(Checked(dialog, kIdSend));
+    recorder = std::make_unique<StepRecorder>(dialog);
+    // Handled during the upload, Escape would end the dialog before the box.
+    recorder->onFirstStep = [dialog] {
+      QCoreApplication::postEvent(WidgetFromHandle(dialog),
+                                  new QKeyEvent(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier));
+    };
     Click(dialog, IDOK);
   });
-  EXPECT_EQ(RunSendMode(kReportWide), 0);
+  EXPECT_EQ(RunSendMode(kReport), 0);
   ASSERT_TRUE(act.fired());
-  EXPECT_TRUE(boxes.empty());
-  EXPECT_EQ(FolderNames(), before);
-  EXPECT_FALSE(testing_support::PathExists(InFolder("CrashReport.settings")));
+  std::vector<ShownStep> expected = UploadSteps(kReport);
+  expected.back().text = WideString(u"Report id: ") + kReport + u".An error occurred. Check Marlowen log for details.";
+  EXPECT_EQ(recorder->ReportSteps(), expected);
+  EXPECT_TRUE(upAtBox);
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].text,
+            u"One or more error reports could not be sent to Marlowen.\nPlease see Marlowen log for details.");
+  EXPECT_EQ(boxes[0].type, MB_ICONWARNING);
+  EXPECT_EQ(FolderNames(), (std::vector<std::string>{"Other_20260102030405_5_7.dat", "Other_20260102030405_5_7.dmp",
+                                                     WideToUtf8(kReport) + ".zip"}));
 }
 
 TEST_F(ErrorDialogTest, ReportsSwitchedOffShowTheDisabledLayoutAndSendNothing) {
@@ -104,11 +111,9 @@ TEST_F(ErrorDialogTest, ReportsSwitchedOffShowTheDisabledLayoutAndSendNothing) {
               u"TARNHOLLOWS has terminated unexpectedly. We are VERY SORRY for the inconvenience this may cause.");
     EXPECT_FALSE(Visible(dialog, kIdPleaseHelp));
     EXPECT_TRUE(Visible(dialog, kIdDisabledNote));
-    EXPECT_FALSE(Visible(dialog, kIdSend));
-    EXPECT_FALSE(Visible(dialog, kIdDoNotSend));
-    EXPECT_FALSE(Checked(dialog, kIdSend));
+    EXPECT_FALSE(Visible(dialog, kIdSend) || Visible(dialog, kIdDoNotSend) || Checked(dialog, kIdSend));
     EXPECT_TRUE(Enabled(dialog, IDOK));
-    report_dialog_test::SaveScreenshot(dialog, "error_dialog_disabled");
+    SaveScreenshot(dialog, "error_dialog_disabled");
     Click(dialog, IDOK);
   });
   EXPECT_EQ(RunSendMode(u"TARNHOLLOWS"), 0);
@@ -118,23 +123,42 @@ TEST_F(ErrorDialogTest, ReportsSwitchedOffShowTheDisabledLayoutAndSendNothing) {
   EXPECT_EQ(FolderNames(), before);
 }
 
-TEST_F(ErrorDialogTest, ClosingBeforeTheTimerEndsWithCancelAndSendsNothing) {
-  AddReport(kReport);
-  const std::vector<std::string> before = FolderNames();
-  CrashReportErrorDialog dialog;
-  dialog.reportName = kReportWide;
-  dialog.productName = u"Tarnhollows Atlas";
-  bool upload = false;
-  INT_PTR result = dialog_test::RunDialog(ErrorDialogTemplate(), dialog, [&](HWND window) {
-    Click(window, IDOK);
-    upload = Visible(window, kIdProgress) && !Enabled(window, IDOK);
-    QTest::keyClick(report_dialog_test::Widget(window), Qt::Key_Escape);
+// The settings dialog opened from the link saves the new choice; the error
+// dialog goes on with what it read, and "Do not report" leaves the report.
+TEST_F(ErrorDialogTest, SettingsFromTheLinkSaveWhileTheDialogKeepsWhatItRead) {
+  AddReport("Tarnhollows_20260102030405_1_1");
+  std::vector<std::string> after = FolderNames();
+  HWND nestedOwner = nullptr;
+  HWND errorHandle = nullptr;
+  WhenDialogShows act([&](HWND errorDialog) {
+    errorHandle = errorDialog;
+    WhenDialogShows nested(
+        [&](HWND settingsDialog) {
+          nestedOwner = GetParent(settingsDialog);
+          EXPECT_TRUE(Checked(settingsDialog, kIdSend));
+          Click(settingsDialog, kIdDoNotSend);
+          Type(settingsDialog, kIdSmaNumber, u"55555-66666");
+          Click(settingsDialog, IDOK);
+        },
+        errorDialog);
+    NMLINK link{};
+    link.hdr.code = NM_CLICK;
+    std::char_traits<char16_t>::copy(link.item.szID, u"idSettingsLink", 14);
+    SendMessageW(errorDialog, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&link));
+    EXPECT_TRUE(nested.fired());
+    // The error dialog still offers to send, as its start said.
+    EXPECT_TRUE(Visible(errorDialog, kIdPleaseHelp) && Checked(errorDialog, kIdSend) &&
+                !Visible(errorDialog, kIdDisabledNote));
+    Click(errorDialog, kIdDoNotSend);
+    Click(errorDialog, IDOK);
   });
-  EXPECT_TRUE(upload);
-  EXPECT_EQ(result, IDCANCEL);
-  dialog_test::RunEventsFor(150);
-  EXPECT_TRUE(boxes.empty());
-  EXPECT_EQ(FolderNames(), before);
+  EXPECT_EQ(RunSendMode(u"Tarnhollows_20260102030405_1_1"), 0);
+  ASSERT_TRUE(act.fired());
+  EXPECT_EQ(nestedOwner, errorHandle);
+  EXPECT_EQ(SettingsBytes(), SettingsFileBytes(false, false, "55555-66666"));
+  after.push_back("CrashReport.settings");
+  std::sort(after.begin(), after.end());
+  EXPECT_EQ(FolderNames(), after);
 }
 
 }  // namespace

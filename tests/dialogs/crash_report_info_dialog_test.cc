@@ -17,13 +17,7 @@
 
 namespace {
 
-using report_dialog_test::Checked;
-using report_dialog_test::Click;
-using report_dialog_test::Enabled;
-using report_dialog_test::ReportDialogTest;
-using report_dialog_test::Text;
-using report_dialog_test::Visible;
-using report_dialog_test::WhenDialogShows;
+using namespace report_dialog_test;
 
 class InfoDialogTest : public ReportDialogTest {
  protected:
@@ -43,8 +37,7 @@ TEST_F(InfoDialogTest, NoReportsShowNothing) {
 }
 
 // The saved settings, and the choice that they preselect.
-class InfoPreselectionTest : public InfoDialogTest,
-                             public testing::WithParamInterface<std::tuple<bool, bool, int>> {};
+class InfoPreselectionTest : public InfoDialogTest, public testing::WithParamInterface<std::tuple<bool, bool, int>> {};
 
 TEST_P(InfoPreselectionTest, CountsEveryPendingFileAndPreselectsBySettings) {
   const auto [sendReports, askFirst, preselected] = GetParam();
@@ -54,13 +47,12 @@ TEST_P(InfoPreselectionTest, CountsEveryPendingFileAndPreselectsBySettings) {
   WhenDialogShows act([&](HWND dialog) {
     EXPECT_EQ(Text(dialog, kIdReportCount),
               u"There are 3 error report(s) on this computer that have not been sent to Marlowen.");
-    EXPECT_TRUE(Checked(dialog, preselected));
-    EXPECT_EQ(Checked(dialog, kIdSend), preselected == kIdSend);
-    EXPECT_FALSE(Checked(dialog, kIdDeleteChoice));
-    EXPECT_TRUE(Enabled(dialog, kIdSend) && Enabled(dialog, kIdDoNotSend) && Enabled(dialog, kIdDeleteChoice));
-    EXPECT_FALSE(Visible(dialog, kIdStatus));
-    EXPECT_FALSE(Visible(dialog, kIdProgress));
-    if (preselected == kIdSend) report_dialog_test::SaveScreenshot(dialog, "info_dialog");
+    for (int id : {kIdSend, kIdDoNotSend, kIdDeleteChoice}) {
+      EXPECT_EQ(Checked(dialog, id), id == preselected) << id;
+      EXPECT_TRUE(Enabled(dialog, id)) << id;
+    }
+    EXPECT_FALSE(Visible(dialog, kIdStatus) || Visible(dialog, kIdProgress));
+    if (preselected == kIdSend) SaveScreenshot(dialog, "info_dialog");
     Click(dialog, kIdDoNotSend);
     Click(dialog, IDOK);
   });
@@ -75,29 +67,42 @@ INSTANTIATE_TEST_SUITE_P(Settings, InfoPreselectionTest,
                                          std::make_tuple(true, true, kIdDoNotSend),
                                          std::make_tuple(false, false, kIdDoNotSend)));
 
-TEST_F(InfoDialogTest, SendUploadsAllReportsAndEnds) {
+TEST_F(InfoDialogTest, SendUploadsAllReportsShowingEveryStepThenTheResult) {
   auto collector = StartCollector();
-  AddReport("Quill_20260102030405_1_1", 1);
-  AddReport("Slate_20260102030405_2_2", 2);
+  const WideString quill = u"Quill_20260102030405_1_1";
+  const WideString slate = u"Slate_20260102030405_2_2";
+  AddReport(WideToUtf8(quill), 1);
+  AddReport(WideToUtf8(slate), 2);
   bool uploadingLayout = false;
   long range = 0;
-  onBox = [&](const report_dialog_test::BoxCall& call) {
+  onBox = [&](const BoxCall& call) {
     uploadingLayout = Visible(call.owner, kIdProgress) && Visible(call.owner, kIdStatus) &&
                       !Visible(call.owner, kIdSend) && !Visible(call.owner, kIdDoNotSend) &&
                       !Visible(call.owner, kIdDeleteChoice) && !Enabled(call.owner, IDOK);
     range = static_cast<long>(SendDlgItemMessageW(call.owner, kIdProgress, PBM_GETRANGE, 0, 0));
-    report_dialog_test::SaveScreenshot(call.owner, "info_dialog_uploading");
+    SaveScreenshot(call.owner, "info_dialog_uploading");
   };
+  std::unique_ptr<StepRecorder> recorder;
   WhenDialogShows act([&](HWND dialog) {
-    EXPECT_TRUE(Checked(dialog, kIdSend));
+    recorder = std::make_unique<StepRecorder>(dialog);
     Click(dialog, IDOK);
   });
   EXPECT_EQ(RunReportMode(), 0);
   ASSERT_TRUE(act.fired());
   EXPECT_TRUE(uploadingLayout);
+  // Seven steps per report, the bar counting on across both, in either order.
+  const std::vector<ShownStep> steps = recorder->ReportSteps();
+  ASSERT_EQ(steps.size(), 14u);
+  const bool quillFirst = steps[0].text.find(quill) != WideString::npos;
+  std::vector<ShownStep> expected = UploadSteps(quillFirst ? quill : slate, 1);
+  const std::vector<ShownStep> second = UploadSteps(quillFirst ? slate : quill, 8);
+  expected.insert(expected.end(), second.begin(), second.end());
+  EXPECT_EQ(steps, expected);
   EXPECT_EQ(range, 14);
   ASSERT_EQ(boxes.size(), 1u);
   EXPECT_EQ(boxes[0].text, u"Error reports successfully sent to Marlowen.");
+  EXPECT_EQ(boxes[0].caption, u"Marlowen Error Reporter");
+  EXPECT_EQ(boxes[0].type, MB_ICONINFORMATION);
   EXPECT_EQ(collector->UploadCount(), 2u);
   EXPECT_TRUE(FolderNames().empty());
 }
@@ -106,23 +111,17 @@ TEST_F(InfoDialogTest, DeleteAsksAndOnlyNoKeepsTheDialogOpen) {
   AddThreePending();
   testing_support::WriteFileText(InFolder("MarlowenErrorReporting.url"), "kept");
   boxAnswers = {IDNO, IDOK};
-  bool openAfterNo = false;
-  bool stillChosen = false;
-  std::size_t filesAfterNo = 0;
   WhenDialogShows act([&](HWND dialog) {
     Click(dialog, kIdDeleteChoice);
     Click(dialog, IDOK);
-    openAfterNo = IsWindowVisible(dialog) != FALSE;
-    stillChosen = Checked(dialog, kIdDeleteChoice);
-    filesAfterNo = FolderNames().size();
+    EXPECT_TRUE(IsWindowVisible(dialog));
+    EXPECT_TRUE(Checked(dialog, kIdDeleteChoice));
+    EXPECT_EQ(FolderNames().size(), 6u);
     // Any answer but No deletes, an OK as well.
     Click(dialog, IDOK);
   });
   EXPECT_EQ(RunReportMode(), 0);
   ASSERT_TRUE(act.fired());
-  EXPECT_TRUE(openAfterNo);
-  EXPECT_TRUE(stillChosen);
-  EXPECT_EQ(filesAfterNo, 6u);
   ASSERT_EQ(boxes.size(), 2u);
   EXPECT_EQ(boxes[0].text, u"Are you sure you want to delete these error reports?");
   EXPECT_EQ(boxes[0].caption, u"Marlowen Error Reporter");
@@ -136,7 +135,6 @@ TEST_F(InfoDialogTest, ReportsGoneBeforeInitLeaveNothingToChoose) {
     EXPECT_EQ(Text(window, kIdReportCount),
               u"There are 0 error report(s) on this computer that have not been sent to Marlowen.");
     EXPECT_FALSE(Enabled(window, kIdSend) || Enabled(window, kIdDoNotSend) || Enabled(window, kIdDeleteChoice));
-    EXPECT_TRUE(dialog.finished);
     Click(window, IDOK);
   });
   EXPECT_EQ(result, IDOK);

@@ -10,22 +10,18 @@
 
 namespace dialog_test {
 
-void RecordingHandler::OnInit() {
-  Log("OnInit");
-  if (onInit) onInit(handle);
-}
+namespace {
 
-void RecordingHandler::OnDestroy() { Log("OnDestroy"); }
+// The dialog that is modal now, or null.
+HWND ActiveDialog() { return HandleFromWidget(QApplication::activeModalWidget()); }
 
-INT_PTR RecordingHandler::OnCommand(WORD notifyCode, WORD controlId, HWND control) {
-  Log("OnCommand " + std::to_string(controlId) + " " + std::to_string(notifyCode));
-  return DialogHandlerBase::OnCommand(notifyCode, controlId, control);
-}
+}  // namespace
 
 INT_PTR RecordingHandler::OnNotify(WORD wParamHigh, WORD wParamLow, NMHDR* header) {
   lastHeader = *header;
   if (header->code == NM_CLICK || header->code == NM_RETURN) lastLink = reinterpret_cast<NMLINK*>(header)->item;
   Log("OnNotify " + std::to_string(static_cast<int>(header->code)));
+  if (onNotify) onNotify(header);
   return DialogHandlerBase::OnNotify(wParamHigh, wParamLow, header);
 }
 
@@ -40,29 +36,27 @@ INT_PTR RecordingHandler::OnOtherMessage(HWND window, UINT message, WPARAM wPara
   return DialogHandlerBase::OnOtherMessage(window, message, wParam, lParam);
 }
 
-bool RecordingHandler::OnOk() {
-  Log("OnOk");
-  return okAnswer;
-}
-
-bool RecordingHandler::OnCancel() {
-  Log("OnCancel");
-  return cancelAnswer;
+WhenDialogShows::WhenDialogShows(std::function<void(HWND)> action, HWND notThis)
+    : action_(std::move(action)), notThis_(notThis) {
+  EnsureDialogApplication();
+  QObject::connect(&poll_, &QTimer::timeout, [this] {
+    HWND dialog = ActiveDialog();
+    if (dialog == nullptr || dialog == notThis_ || !IsWindowVisible(dialog)) return;
+    poll_.stop();
+    seen_ = dialog;
+    fired_ = true;
+    watchdog_.start(10000);
+    action_(dialog);
+  });
+  QObject::connect(&watchdog_, &QTimer::timeout, [this] { EndDialog(seen_, kWatchdogResult); });
+  watchdog_.setSingleShot(true);
+  poll_.start(10);
 }
 
 INT_PTR RunDialog(const DialogTemplate& dialogTemplate, DialogHandlerBase& handler,
                   std::function<void(HWND dialog)> action, HWND owner, DLGPROC procedure) {
   if (!EnsureDialogApplication()) return -2;
-  QTimer starter;
-  starter.setSingleShot(true);
-  QObject::connect(&starter, &QTimer::timeout, [&handler, action] {
-    if (action) action(handler.GetHandle());
-  });
-  starter.start(0);
-  QTimer watchdog;
-  watchdog.setSingleShot(true);
-  QObject::connect(&watchdog, &QTimer::timeout, [&handler] { EndDialog(handler.GetHandle(), kWatchdogResult); });
-  watchdog.start(10000);
+  WhenDialogShows act(std::move(action), owner);
   return DialogBoxIndirectParamW(nullptr, &dialogTemplate, owner, procedure, HandlerParam(&handler));
 }
 
@@ -80,7 +74,6 @@ void RunEventsFor(int milliseconds) {
   while (!deadline.hasExpired()) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
 }
 
-HWND ActiveDialog() { return HandleFromWidget(QApplication::activeModalWidget()); }
 
 const DialogTemplate& SampleTemplate() {
   static const DialogTemplate sample{
@@ -99,11 +92,11 @@ const DialogTemplate& SampleTemplate() {
               {ControlKind::kRadioButton, kRadioB2, u"B2", 50, 44, 40, 10},
               {ControlKind::kEdit, kEdit, u"", 7, 56, 100, 14, WS_VISIBLE | WS_GROUP | WS_TABSTOP | ES_AUTOHSCROLL},
               {ControlKind::kProgressBar, kProgress, u"", 7, 74, 186, 11, WS_VISIBLE | WS_BORDER},
-              {ControlKind::kLink, kLink, u"See <A ID=\"idFirst\" HREF=\"http://a.example/x\">first</A> or "
-                                          u"<A ID=\"idSecond\">second</A>",
+              {ControlKind::kLink, kLink,
+               u"See <A ID=\"idFirst\" HREF=\"http://a.example/x\">first</A> or "
+               u"<A ID=\"idSecond\">second</A>",
                110, 7, 85, 10, WS_VISIBLE | WS_TABSTOP},
               {ControlKind::kStaticText, kHiddenText, u"Hidden", 110, 20, 80, 10, 0},
-              {ControlKind::kFrame, kPlaceholder, u"", 110, 32, 80, 10},
               {ControlKind::kGroupBox, -1, u"Group", 105, 44, 90, 26},
               {ControlKind::kPushButton, kApply, u"Apply", 7, 100, 50, 14, WS_VISIBLE | WS_TABSTOP},
               {ControlKind::kDefPushButton, IDOK, u"OK", 85, 100, 50, 14, WS_VISIBLE | WS_TABSTOP},

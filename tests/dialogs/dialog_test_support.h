@@ -2,6 +2,7 @@
 // way to act on a modal dialog while it is up.
 #pragma once
 
+#include <QTimer>
 #include <functional>
 #include <string>
 #include <vector>
@@ -20,33 +21,46 @@ inline constexpr INT_PTR kWatchdogResult = 99;
 // One line per event, in order, in a log shared by several handlers.
 using EventLog = std::vector<std::string>;
 
-// Records every virtual call as "<name>:<event>", and PSM notices that
-// reach it through OnOtherMessage as "<name>:PSM_CHANGED" and
-// "<name>:PSM_UNCHANGED". Answers of OnOk and OnCancel can be set.
+// Logs every virtual call as "<name>:<event>", PSM notices reaching it as
+// "<name>:PSM_CHANGED" / "<name>:PSM_UNCHANGED", timers as "<name>:WM_TIMER <id>".
 class RecordingHandler : public DialogHandlerBase {
  public:
   RecordingHandler(std::string name, EventLog* log) : name_(std::move(name)), log_(log) {}
 
   bool okAnswer = true;
   bool cancelAnswer = true;
-  // Runs inside OnInit, after it is logged.
-  std::function<void(HWND)> onInit;
-  // Runs for every WM_TIMER, after it is logged as "<name>:WM_TIMER <id>".
-  std::function<void(HWND, UINT_PTR)> onTimer;
-  // The header and link of the last WM_NOTIFY.
+  std::function<void(HWND)> onInit;             // runs inside OnInit
+  std::function<void(HWND, UINT_PTR)> onTimer;  // runs for every WM_TIMER
+  // Runs for every link notice, after it is logged.
+  std::function<void(NMHDR*)> onNotify;
   NMHDR lastHeader{};
   LITEM lastLink{};
 
   bool Modified() const { return modified; }
-  HWND Handle() const { return handle; }
 
-  void OnInit() override;
-  void OnDestroy() override;
-  INT_PTR OnCommand(WORD notifyCode, WORD controlId, HWND control) override;
+  void OnInit() override {
+    Log("OnInit");
+    if (onInit) onInit(handle);
+  }
+  void OnDestroy() override { Log("OnDestroy"); }
+  INT_PTR OnCommand(WORD notifyCode, WORD controlId, HWND control) override {
+    Log("OnCommand " + std::to_string(controlId) + " " + std::to_string(notifyCode));
+    return DialogHandlerBase::OnCommand(notifyCode, controlId, control);
+  }
   INT_PTR OnNotify(WORD wParamHigh, WORD wParamLow, NMHDR* header) override;
+  INT_PTR OnSize(WPARAM type, WORD height, WORD width) override {
+    Log("OnSize " + std::to_string(type) + " " + std::to_string(height) + " " + std::to_string(width));
+    return DialogHandlerBase::OnSize(type, height, width);
+  }
   INT_PTR OnOtherMessage(HWND window, UINT message, WPARAM wParam, LPARAM lParam) override;
-  bool OnOk() override;
-  bool OnCancel() override;
+  bool OnOk() override {
+    Log("OnOk");
+    return okAnswer;
+  }
+  bool OnCancel() override {
+    Log("OnCancel");
+    return cancelAnswer;
+  }
 
   void Log(const std::string& event) { log_->push_back(name_ + ":" + event); }
 
@@ -55,41 +69,48 @@ class RecordingHandler : public DialogHandlerBase {
   EventLog* log_;
 };
 
-// Shows the template modal with handler, runs action once the dialog's loop
-// runs, and answers DialogBoxIndirectParamW's result. Should the dialog still
-// be up 10 seconds later, it is ended with kWatchdogResult.
+// Acts on the first modal dialog other than notThis that comes up after
+// construction, while the caller is blocked in the call that shows it. A
+// dialog still up 10 seconds after it came is ended with kWatchdogResult.
+class WhenDialogShows {
+ public:
+  explicit WhenDialogShows(std::function<void(HWND)> action, HWND notThis = nullptr);
+  bool fired() const { return fired_; }
+
+ private:
+  std::function<void(HWND)> action_;
+  HWND notThis_;
+  HWND seen_ = nullptr;
+  bool fired_ = false;
+  QTimer poll_;
+  QTimer watchdog_;
+};
+
+// Shows the template modal with handler and owner, acts on it as
+// WhenDialogShows does, and answers the dialog's result.
 INT_PTR RunDialog(const DialogTemplate& dialogTemplate, DialogHandlerBase& handler,
-                  std::function<void(HWND dialog)> action, HWND owner = nullptr,
-                  DLGPROC procedure = DialogProcedure);
+                  std::function<void(HWND dialog)> action, HWND owner = nullptr, DLGPROC procedure = DialogProcedure);
 
-// Lets the event loop run until condition holds or 5 seconds passed;
-// answers the condition.
+// Runs the event loop until condition holds (true) or 5 seconds passed.
 bool WaitFor(const std::function<bool()>& condition);
-
-// Lets the event loop run for that long.
 void RunEventsFor(int milliseconds);
 
-// The dialog that is modal now, or null.
-HWND ActiveDialog();
 
-// A small template with one control of each kind, laid out on a 200 by 120
-// dialog-unit client area.
+// One control of each kind on a 200 by 120 dialog-unit client area.
 const DialogTemplate& SampleTemplate();
 
-// Ids of the sample template.
 enum SampleId {
   kText = 100,
-  kCheck = 101,
-  kRadioA1 = 102,
-  kRadioA2 = 103,
-  kRadioB1 = 104,
-  kRadioB2 = 105,
-  kEdit = 106,
-  kProgress = 107,
-  kLink = 108,
-  kHiddenText = 109,
-  kPlaceholder = 110,
-  kApply = 111,
+  kCheck,
+  kRadioA1,
+  kRadioA2,
+  kRadioB1,
+  kRadioB2,
+  kEdit,
+  kProgress,
+  kLink,
+  kHiddenText,
+  kApply = 111
 };
 
 }  // namespace dialog_test

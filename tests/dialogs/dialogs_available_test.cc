@@ -2,31 +2,28 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "dialog_test_support.h"
 #include "dialogs/dialog_environment.h"
 #include "dialogs/message_box.h"
+#include "run_command.h"
 
 namespace {
 
-constexpr char kProbeVariable[] = "ML_DIALOGS_PROBE";
-
 // The probe runs in a fresh copy of this program, before the test framework
 // and before any application object, so it sees the process as the tool does
-// at its start. It prints what it found and exits. "full" also tries to show
-// a dialog and a message box, which must fail without a display.
+// at its start. "full" also tries a dialog and a message box.
 struct DisplayProbe {
   DisplayProbe() {
-    const char* mode = std::getenv(kProbeVariable);
+    const char* mode = std::getenv("ML_DIALOGS_PROBE");
     if (mode == nullptr) return;
     std::printf("available=%d", DialogsAvailable() ? 1 : 0);
     if (std::strcmp(mode, "full") == 0) {
@@ -39,65 +36,40 @@ struct DisplayProbe {
   }
 } g_probe;
 
-// Runs the probe with exactly this environment; answers its output, or a
-// description of how it ended if it did not exit normally.
-std::string RunProbe(std::vector<std::string> environment) {
-  int out[2];
-  if (pipe(out) != 0) return "pipe failed";
-  pid_t child = fork();
-  if (child < 0) return "fork failed";
-  if (child == 0) {
-    dup2(out[1], 1);
-    close(out[0]);
-    std::vector<char*> pointers;
-    for (std::string& entry : environment) pointers.push_back(entry.data());
-    pointers.push_back(nullptr);
-    char* arguments[] = {const_cast<char*>("dialogs_test"), nullptr};
-    execve("/proc/self/exe", arguments, pointers.data());
-    _exit(127);
-  }
-  close(out[1]);
-  std::string text;
-  char buffer[256];
-  ssize_t n;
-  while ((n = read(out[0], buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<size_t>(n));
-  close(out[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (!WIFEXITED(status)) return "signal " + std::to_string(WTERMSIG(status));
-  if (WEXITSTATUS(status) != 0) return "exit " + std::to_string(WEXITSTATUS(status));
-  return text;
+// The probe's output with exactly this environment; a probe that did not
+// exit 0 answers its status.
+std::string RunProbe(const std::string& environment) {
+  char self[PATH_MAX] = {};
+  if (readlink("/proc/self/exe", self, sizeof self - 1) <= 0) return "no exe";
+  testing_support::CommandResult run = testing_support::RunCommand("env -i " + environment + " '" + self + "'");
+  return run.status == 0 ? run.output : "status " + std::to_string(run.status);
 }
 
 TEST(DialogsAvailableTest, NoDisplayGivesAnAnswerNotAnAbort) {
-  EXPECT_EQ(RunProbe({"ML_DIALOGS_PROBE=full"}), "available=0 box=-1 message=0");
   // A display whose server is not there is no display either.
-  EXPECT_EQ(RunProbe({"ML_DIALOGS_PROBE=full", "DISPLAY=:7391"}), "available=0 box=-1 message=0");
-  EXPECT_EQ(RunProbe({"ML_DIALOGS_PROBE=full", "DISPLAY=nonsense"}), "available=0 box=-1 message=0");
+  for (const char* display : {"", "DISPLAY=:7391", "DISPLAY=nonsense"}) {
+    EXPECT_EQ(RunProbe(std::string("ML_DIALOGS_PROBE=full ") + display), "available=0 box=-1 message=0") << display;
+  }
 }
 
 TEST(DialogsAvailableTest, ADisplayThatAnswersIsTakenAtItsWord) {
   // A listener on the abstract socket where a local X server would listen.
-  int number = 7000 + static_cast<int>(getpid() % 1000);
-  std::string name = "/tmp/.X11-unix/X" + std::to_string(number);
+  const int number = 7000 + static_cast<int>(getpid() % 1000);
+  const std::string name = "/tmp/.X11-unix/X" + std::to_string(number);
   int listener = socket(AF_UNIX, SOCK_STREAM, 0);
   ASSERT_GE(listener, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path + 1, name.data(), name.size());
-  socklen_t length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
   ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
   ASSERT_EQ(listen(listener, 4), 0);
-  EXPECT_EQ(RunProbe({"ML_DIALOGS_PROBE=available", "DISPLAY=:" + std::to_string(number) + ".0"}), "available=1");
+  const std::string display = "ML_DIALOGS_PROBE=available DISPLAY=:" + std::to_string(number);
+  EXPECT_EQ(RunProbe(display + ".0"), "available=1");
   close(listener);
-  EXPECT_EQ(RunProbe({"ML_DIALOGS_PROBE=available", "DISPLAY=:" + std::to_string(number)}), "available=0");
-  EXPECT_EQ(RunProbe({"ML_DIALOGS_PROBE=available", "DISPLAY=far.example:0"}), "available=1");
-  EXPECT_EQ(RunProbe({"ML_DIALOGS_PROBE=available", "QT_QPA_PLATFORM=offscreen"}), "available=1");
-}
-
-TEST(DialogsAvailableTest, TheRunningApplicationDecides) {
-  ASSERT_TRUE(EnsureDialogApplication());
-  EXPECT_TRUE(DialogsAvailable());
+  EXPECT_EQ(RunProbe(display), "available=0");
+  EXPECT_EQ(RunProbe("ML_DIALOGS_PROBE=available DISPLAY=far.example:0"), "available=1");
+  EXPECT_EQ(RunProbe("ML_DIALOGS_PROBE=available QT_QPA_PLATFORM=offscreen"), "available=1");
 }
 
 }  // namespace

@@ -22,14 +22,20 @@ namespace report_dialog_test {
 
 namespace {
 
-constexpr int kPollMilliseconds = 10;
-constexpr int kWatchdogMilliseconds = 10000;
-
 void PutU32(std::vector<std::uint8_t>& bytes, std::uint32_t value) {
   for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
 }
 
 }  // namespace
+
+std::vector<ShownStep> UploadSteps(const WideString& reportId, long firstPosition) {
+  static const char16_t* const texts[] = {
+      u"Creating zip package.", u"Contacting upload server.", u"Preparing upload XML.", u"Opening HTTP connection.",
+      u"Preparing headers.",    u"Sending data...",           u"Upload successful."};
+  std::vector<ShownStep> steps;
+  for (const char16_t* text : texts) steps.push_back({u"Report id: " + reportId + u"." + text, firstPosition++});
+  return steps;
+}
 
 StepRecorder::StepRecorder(HWND dialog)
     : status_(GetDlgItem(dialog, kIdStatus)), bar_(GetDlgItem(dialog, kIdProgress)) {
@@ -56,23 +62,6 @@ std::vector<ShownStep> StepRecorder::ReportSteps() const {
   return steps;
 }
 
-WhenDialogShows::WhenDialogShows(std::function<void(HWND)> action, HWND notThis)
-    : action_(std::move(action)), notThis_(notThis) {
-  EnsureDialogApplication();
-  QObject::connect(&poll_, &QTimer::timeout, [this] {
-    HWND dialog = dialog_test::ActiveDialog();
-    if (dialog == nullptr || dialog == notThis_ || !IsWindowVisible(dialog)) return;
-    poll_.stop();
-    seen_ = dialog;
-    fired_ = true;
-    watchdog_.start(kWatchdogMilliseconds);
-    action_(dialog);
-  });
-  QObject::connect(&watchdog_, &QTimer::timeout, [this] { EndDialog(seen_, dialog_test::kWatchdogResult); });
-  watchdog_.setSingleShot(true);
-  poll_.start(kPollMilliseconds);
-}
-
 void ReportDialogTest::SetUp() {
   ASSERT_TRUE(EnsureDialogApplication());
   RegisterCrashReportResources();
@@ -89,7 +78,7 @@ void ReportDialogTest::SetUp() {
   SetDesktopOpenHook([this](const std::string& url) {
     opened.push_back(url);
     if (onOpen) onOpen(url);
-    return openAnswer;
+    return true;
   });
 }
 
@@ -106,7 +95,7 @@ void ReportDialogTest::AddReport(const std::string& name, std::uint32_t seed) {
 
 std::vector<std::string> ReportDialogTest::FolderNames() const { return testing_support::ListFolder(folder_); }
 
-CollectorProcessPtr ReportDialogTest::StartCollector() {
+std::unique_ptr<upload_test::CollectorProcess> ReportDialogTest::StartCollector() {
   auto collector = std::make_unique<upload_test::CollectorProcess>(root_.Path("collector"));
   EXPECT_TRUE(collector->started());
   collector->UseAsServers();
@@ -115,8 +104,8 @@ CollectorProcessPtr ReportDialogTest::StartCollector() {
 
 std::vector<std::uint8_t> SettingsFileBytes(bool sendReports, bool askBeforeSending, const std::string& smaNumber) {
   std::vector<std::uint8_t> bytes;
-  PutU32(bytes, 1);  // version
-  PutU32(bytes, 3);  // dump level
+  PutU32(bytes, 1);
+  PutU32(bytes, 3);
   bytes.push_back(sendReports ? 1 : 0);
   bytes.push_back(askBeforeSending ? 1 : 0);
   PutU32(bytes, static_cast<std::uint32_t>(smaNumber.size()));
@@ -132,8 +121,6 @@ void ReportDialogTest::SaveSettings(bool sendReports, bool askBeforeSending, con
 std::vector<std::uint8_t> ReportDialogTest::SettingsBytes() const {
   return testing_support::ReadFileBytes(InFolder("CrashReport.settings"));
 }
-
-QWidget* Widget(HWND window) { return WidgetFromHandle(window); }
 
 bool Visible(HWND dialog, int id) { return IsWindowVisible(GetDlgItem(dialog, id)) != FALSE; }
 bool Enabled(HWND dialog, int id) { return IsWindowEnabled(GetDlgItem(dialog, id)) != FALSE; }
@@ -163,8 +150,7 @@ void Type(HWND dialog, int id, const WideString& text) {
 void SaveScreenshot(HWND dialog, const std::string& name) {
   QWidget* widget = WidgetFromHandle(dialog);
   ASSERT_NE(widget, nullptr);
-  std::string folder = testing_support::BuildDir().empty() ? std::string("/tmp") : testing_support::BuildDir();
-  folder += "/screenshots";
+  const std::string folder = testing_support::BuildDir() + "/screenshots";
   std::filesystem::create_directories(folder);
   EXPECT_TRUE(widget->grab().toImage().save(QString::fromStdString(folder + "/" + name + ".png")));
 }
