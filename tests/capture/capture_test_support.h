@@ -4,27 +4,19 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "log_capture.h"
 #include "test_root.h"
 
 namespace capture_test {
 
-// Where the build put the programs and libraries the tests use.
-std::string SampleProductPath();
-std::string FakeToolPath();
-std::string DumpLibraryFolder();
-std::string EmptyLibraryFolder();
-std::string FaultingLibraryFolder();
-
-// Writes the tool's registry entry: the default value (skipped when empty)
-// and "Path" (skipped when empty).
+// Writes the tool's registry entry: "" skips the default value or "Path".
 void WriteToolEntry(const std::string& toolPath, const std::string& folder);
 
 struct ChildResult {
   int pid = 0;
-  int status = 0;  // as waitpid gives it
+  int status = 0;      // as waitpid gives it
   std::string output;  // standard output
 };
 
@@ -38,20 +30,11 @@ int ExitStatus(const ChildResult& result);
 // The report names in the report folder (file names without extension,
 // once each), sorted.
 std::vector<std::string> ReportNames(const testing_support::TestRoot& root);
-std::vector<std::string> ReportFiles(const testing_support::TestRoot& root);
 
 // The command texts the fake tool recorded, waiting up to timeoutMs for at
 // least minimum of them.
 std::vector<std::string> ToolCalls(const testing_support::TestRoot& root, std::size_t minimum, int timeoutMs = 5000);
 
-struct LogLine {
-  std::uint32_t severity = 0;
-  std::u16string message;
-  bool operator==(const LogLine&) const = default;
-};
-
-// Every record waiting at the listener, in the order sent (the child that
-// sent them has ended, so nothing more is on its way).
-std::vector<LogLine> DrainLog(testing_support::LogCapture& log);
+using LogLine = std::pair<std::uint32_t, std::u16string>;
 
 }  // namespace capture_test

@@ -1,12 +1,15 @@
 // The capture in a real crashing process: the sample product faults in a
 // child, and the tests look at what it left behind (exit status, report
 // files, the tool's recorded start, the log) on a machine of their own.
+#include <signal.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <filesystem>
+#include <algorithm>
 #include <ctime>
+#include <filesystem>
+#include <map>
 #include <regex>
 #include <string>
 #include <vector>
@@ -16,6 +19,7 @@
 
 #include "capture_test_support.h"
 #include "log_capture.h"
+#include "run_command.h"
 #include "shell/wide_string.h"
 #include "store/crash_report_settings.h"
 #include "store/crashed_module.h"
@@ -26,143 +30,116 @@
 namespace capture_test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
-using testing_support::LogCapture;
-using testing_support::TestRoot;
+using testing_support::ListFolder;
 
 constexpr int kCrashExitStatus = 254;
 constexpr char kProduct[] = "Marlowen Sample Product";
-constexpr std::time_t kClockSlackSeconds = 10;
-
-const std::regex kReportName(R"(^(.*)_(\d{14})_(\d+)_(\d+)$)");
+constexpr char kReporter[] = "Marlowen Crash Reporter";
+const std::string kStarted = "A top-level exception has occurred. The process will be restarted (";
 
 struct ReportNameParts {
   std::string application;
-  std::string digits;
+  std::time_t time = 0;
   int processId = 0;
   int threadId = 0;
 };
 
 ReportNameParts SplitReportName(const std::string& name) {
+  static const std::regex form(R"(^(.*)_(\d{14})_(\d+)_(\d+)$)");
   std::smatch match;
-  ReportNameParts parts;
-  if (!std::regex_match(name, match, kReportName)) return parts;
-  parts.application = match[1];
-  parts.digits = match[2];
-  parts.processId = std::stoi(match[3]);
-  parts.threadId = std::stoi(match[4]);
-  return parts;
-}
-
-// The UTC time that 14 digits stand for.
-std::time_t DigitsToTime(const std::string& digits) {
+  if (!std::regex_match(name, match, form)) return {};
   std::tm utc{};
-  utc.tm_year = std::stoi(digits.substr(0, 4)) - 1900;
-  utc.tm_mon = std::stoi(digits.substr(4, 2)) - 1;
-  utc.tm_mday = std::stoi(digits.substr(6, 2));
-  utc.tm_hour = std::stoi(digits.substr(8, 2));
-  utc.tm_min = std::stoi(digits.substr(10, 2));
-  utc.tm_sec = std::stoi(digits.substr(12, 2));
-  return timegm(&utc);
+  strptime(match[2].str().c_str(), "%Y%m%d%H%M%S", &utc);
+  return {match[1], timegm(&utc), std::stoi(match[3]), std::stoi(match[4])};
 }
 
 LogLine Line(std::uint32_t severity, const std::string& message) { return {severity, Utf8ToWide(message)}; }
-
-std::string ReportFile(const TestRoot& root, const std::string& name, const char* extension) {
-  return root.ReportFolder() + "/" + name + extension;
-}
-
-bool LoadRecord(const TestRoot& root, const std::string& name, Marlowen::CrashedModuleT& record) {
-  return record.Load(Marlowen::PathBuffer::FromUtf8(ReportFile(root, name, ".dat")));
+LogLine Ending(const std::string& module) {
+  return Line(3, "Terminating process for '" + module + "' after crash report writing.");
 }
 
 // A minidump read by the published layout, independently of the writer.
 class DumpFile {
  public:
-  explicit DumpFile(const std::string& path) : bytes_(testing_support::ReadFileBytes(path)) {}
-
-  bool HasSignature() const { return bytes_.size() >= 32 && U32(0) == 0x504D444Du; }  // "MDMP"
-
-  std::vector<std::uint32_t> StreamTypes() const {
-    std::vector<std::uint32_t> types;
-    if (!HasSignature()) return types;
-    for (std::uint32_t i = 0; i < U32(8); ++i) types.push_back(U32(U32(12) + 12 * i));
-    return types;
+  explicit DumpFile(const std::string& path) : bytes_(testing_support::ReadFileBytes(path)) {
+    if (U32(0) != 0x504D444Du) return;  // "MDMP"
+    for (std::uint32_t i = 0; i < U32(8); ++i) streams_[U32(U32(12) + 12 * i)] = U32(U32(12) + 12 * i + 8);
   }
-
-  // The thread id of the exception stream; 0 if none.
-  std::uint32_t ExceptionThreadId() const {
-    const std::size_t stream = ExceptionStream();
-    return stream != 0 ? U32(stream) : 0;
-  }
-
-  // Rip of the thread context that the exception stream points to; 0 if none.
+  bool valid() const { return !streams_.empty(); }
+  bool Has(std::uint32_t type) const { return streams_.contains(type); }
+  std::uint32_t ExceptionThreadId() const { return Has(kException) ? U32(streams_.at(kException)) : 0; }
+  // Rip of the thread context that the exception stream points to.
   std::uint64_t ExceptionInstructionPointer() const {
-    constexpr std::size_t kContextLocation = 8 + 152;  // thread id, alignment, MINIDUMP_EXCEPTION
-    constexpr std::size_t kRipInContext = 0xF8;
-    const std::size_t stream = ExceptionStream();
-    if (stream == 0) return 0;
-    const std::size_t context = U32(stream + kContextLocation + 4);
-    return U32(context + kRipInContext) | (static_cast<std::uint64_t>(U32(context + kRipInContext + 4)) << 32);
+    if (!Has(kException)) return 0;
+    const std::size_t rip = U32(streams_.at(kException) + 8 + 152 + 4) + 0xF8;
+    return U32(rip) | std::uint64_t{U32(rip + 4)} << 32;
   }
 
  private:
-  std::size_t ExceptionStream() const {
-    constexpr std::uint32_t kExceptionStream = 6;
-    if (!HasSignature()) return 0;
-    for (std::uint32_t i = 0; i < U32(8); ++i) {
-      const std::size_t entry = U32(12) + 12 * i;
-      if (U32(entry) == kExceptionStream) return U32(entry + 8);
-    }
-    return 0;
-  }
-
+  static constexpr std::uint32_t kException = 6;
   std::uint32_t U32(std::size_t at) const {
     if (at + 4 > bytes_.size()) return 0;
-    return bytes_[at] | (bytes_[at + 1] << 8) | (bytes_[at + 2] << 16) | (static_cast<std::uint32_t>(bytes_[at + 3]) << 24);
+    return bytes_[at] | bytes_[at + 1] << 8 | bytes_[at + 2] << 16 | std::uint32_t{bytes_[at + 3]} << 24;
   }
 
   std::vector<std::uint8_t> bytes_;
+  std::map<std::uint32_t, std::size_t> streams_;
 };
 
 class CaptureTest : public testing::Test {
  protected:
-  void WithToolAndLibrary() { WriteToolEntry(FakeToolPath(), DumpLibraryFolder()); }
+  void SetUp() override { ASSERT_TRUE(log_.bound()); }
+  void WithToolAndLibrary(const std::string& libraryFolder = ML_DUMP_LIBRARY_DIR) {
+    WriteToolEntry(ML_FAKE_TOOL, libraryFolder);
+  }
+  std::string File(const std::string& name, const char* extension) const {
+    return root_.ReportFolder() + "/" + name + extension;
+  }
+  Marlowen::CrashedModuleT Record(const std::string& name) const {
+    Marlowen::CrashedModuleT record;
+    EXPECT_TRUE(record.Load(Marlowen::PathBuffer::FromUtf8(File(name, ".dat")))) << name;
+    return record;
+  }
+  // The name of the one report in the folder, which holds its dump and record.
+  std::string OnlyReport() const {
+    const std::vector<std::string> names = ReportNames(root_);
+    EXPECT_THAT(names, SizeIs(1));
+    if (names.size() != 1) return "none";
+    EXPECT_THAT(ListFolder(root_.ReportFolder()), ElementsAre(names[0] + ".dat", names[0] + ".dmp"));
+    return names[0];
+  }
 
-  TestRoot root_;
-  LogCapture log_{root_};
+  testing_support::TestRoot root_;
+  testing_support::LogCapture log_{root_};
 };
 
 TEST_F(CaptureTest, AccessViolationLeavesDumpRecordToolStartAndLogLines) {
-  ASSERT_TRUE(log_.bound());
   WithToolAndLibrary();
   const std::time_t before = std::time(nullptr);
   const ChildResult child = RunSample({"--print-address", "null-write"});
   const std::time_t after = std::time(nullptr);
   ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
 
-  const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, SizeIs(1));
-  const std::string& name = names[0];
-  EXPECT_THAT(ReportFiles(root_), ElementsAre(name + ".dat", name + ".dmp"));
+  const std::string name = OnlyReport();
   const ReportNameParts parts = SplitReportName(name);
   EXPECT_EQ(parts.application, kProduct);
   EXPECT_EQ(parts.processId, child.pid);
   EXPECT_EQ(parts.threadId, child.pid);  // the main thread faulted
-  EXPECT_GE(DigitsToTime(parts.digits), before - 1);
-  EXPECT_LE(DigitsToTime(parts.digits), after + 1);
-  const DumpFile dump(ReportFile(root_, name, ".dmp"));
-  EXPECT_TRUE(dump.HasSignature());
+  EXPECT_GE(parts.time, before - 1);
+  EXPECT_LE(parts.time, after + 1);
+  const DumpFile dump(File(name, ".dmp"));
+  EXPECT_TRUE(dump.valid());
 
-  Marlowen::CrashedModuleT record;
-  ASSERT_TRUE(LoadRecord(root_, name, record));
+  const Marlowen::CrashedModuleT record = Record(name);
   EXPECT_EQ(WideToUtf8(record.reportName), name);
   EXPECT_EQ(WideToUtf8(record.exceptionType), "Access Violation");
   EXPECT_EQ(WideToUtf8(record.moduleName), kProduct);
-  EXPECT_EQ(record.fileName.ToUtf8(), SampleProductPath());
+  EXPECT_EQ(record.fileName.ToUtf8(), ML_SAMPLE_PRODUCT);
   EXPECT_EQ(WideToUtf8(record.fileVersion), ML_PROJECT_VERSION);
   const std::time_t created = Marlowen::FileTimeToUnixTime(record.creationTime);
   EXPECT_GE(created, before - 1);
@@ -178,13 +155,10 @@ TEST_F(CaptureTest, AccessViolationLeavesDumpRecordToolStartAndLogLines) {
   EXPECT_LT(fault, function + 256) << crashAddress;
 
   EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + name));
-
-  EXPECT_THAT(DrainLog(log_),
-              ElementsAre(Line(4, "A top-level exception has occurred. The process will be restarted (Access Violation)."),
-                          Line(2, "Crash report written to '" + ReportFile(root_, name, ".dmp") + "'."),
-                          Line(2, "Crashing module's data written to disk."),
-                          Line(2, "Crash report uploader started."),
-                          Line(3, std::string("Terminating process for '") + kProduct + "' after crash report writing.")));
+  EXPECT_THAT(log_.Drain(), ElementsAre(Line(4, kStarted + "Access Violation)."),
+                                        Line(2, "Crash report written to '" + File(name, ".dmp") + "'."),
+                                        Line(2, "Crashing module's data written to disk."),
+                                        Line(2, "Crash report uploader started."), Ending(kProduct)));
 }
 
 struct NamedFault {
@@ -196,14 +170,10 @@ class FaultNameTest : public CaptureTest, public testing::WithParamInterface<Nam
 
 TEST_P(FaultNameTest, ReportCarriesTheExceptionName) {
   WithToolAndLibrary();
-  const ChildResult child = RunSample({GetParam().mode});
-  ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
-  const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, SizeIs(1));
-  Marlowen::CrashedModuleT record;
-  ASSERT_TRUE(LoadRecord(root_, names[0], record));
-  EXPECT_EQ(WideToUtf8(record.exceptionType), GetParam().exceptionName);
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + names[0]));
+  ASSERT_EQ(ExitStatus(RunSample({GetParam().mode})), kCrashExitStatus);
+  const std::string name = OnlyReport();
+  EXPECT_EQ(WideToUtf8(Record(name).exceptionType), GetParam().exceptionName);
+  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + name));
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, FaultNameTest,
@@ -220,82 +190,60 @@ INSTANTIATE_TEST_SUITE_P(Modes, FaultNameTest,
 
 TEST_F(CaptureTest, StackOverflowOnlyLogsAndEnds) {
   WithToolAndLibrary();
-  const ChildResult child = RunSample({"stack-overflow"});
-  EXPECT_EQ(ExitStatus(child), kCrashExitStatus);
-  EXPECT_THAT(ReportFiles(root_), IsEmpty());
-  EXPECT_FALSE(testing_support::PathExists(root_.ReportFolder()));
-  EXPECT_THAT(DrainLog(log_),
-              ElementsAre(Line(4, "A top-level exception has occurred. The process will be restarted (Stack Overflow).")));
+  // The second overflows a thread that has a signal stack of its own.
+  for (const char* mode : {"stack-overflow", "thread-stack-overflow"}) {
+    EXPECT_EQ(ExitStatus(RunSample({mode})), kCrashExitStatus) << mode;
+    EXPECT_FALSE(testing_support::PathExists(root_.ReportFolder())) << mode;
+    EXPECT_THAT(log_.Drain(), ElementsAre(Line(4, kStarted + "Stack Overflow)."))) << mode;
+  }
   // A tool started from the crash would have been running before the exit.
   EXPECT_THAT(ToolCalls(root_, 1, 200), IsEmpty());
 }
 
-TEST_F(CaptureTest, FaultDuringCaptureLeavesReportUnderNestedName) {
-  WithToolAndLibrary();
-  const ChildResult child = RunSample({"capture-fault"});
+// A fault inside the capture: from the product's over-long name, and a
+// hardware fault in a dump library that faults on its first call only.
+struct NestedCase {
+  const char* name;
+  const char* mode;
+  const char* libraryFolder;
+  bool productDumpLeft;  // the first run's file, as far as it got
+};
+
+class NestedCaptureTest : public CaptureTest, public testing::WithParamInterface<NestedCase> {};
+
+TEST_P(NestedCaptureTest, SecondReportComesUnderTheReportersName) {
+  WithToolAndLibrary(GetParam().libraryFolder);
+  const ChildResult child = RunSample({GetParam().mode});
   ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
   const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, SizeIs(1));
-  const ReportNameParts parts = SplitReportName(names[0]);
-  EXPECT_EQ(parts.application, "Marlowen Crash Reporter");
-  EXPECT_EQ(parts.processId, child.pid);
-  EXPECT_THAT(ReportFiles(root_), ElementsAre(names[0] + ".dat", names[0] + ".dmp"));
-  Marlowen::CrashedModuleT record;
-  ASSERT_TRUE(LoadRecord(root_, names[0], record));
-  EXPECT_EQ(WideToUtf8(record.moduleName), "Marlowen Crash Reporter");
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + names[0]));
-  const std::vector<LogLine> lines = DrainLog(log_);
-  ASSERT_FALSE(lines.empty());
-  EXPECT_EQ(lines.back(), Line(3, "Terminating process for 'Marlowen Crash Reporter' after crash report writing."));
-}
-
-TEST_F(CaptureTest, StackOverflowOnThreadWithItsOwnSignalStackOnlyLogs) {
-  WithToolAndLibrary();
-  const ChildResult child = RunSample({"thread-stack-overflow"});
-  EXPECT_EQ(ExitStatus(child), kCrashExitStatus);
-  EXPECT_FALSE(testing_support::PathExists(root_.ReportFolder()));
-  EXPECT_THAT(DrainLog(log_),
-              ElementsAre(Line(4, "A top-level exception has occurred. The process will be restarted (Stack Overflow).")));
-}
-
-// The dump library faults on its first call: the first run keeps its file as
-// far as it got (empty, no record, no tool), the nested run reports in full.
-TEST_F(CaptureTest, HardwareFaultInsideTheDumpStepLeavesNestedReport) {
-  WriteToolEntry(FakeToolPath(), FaultingLibraryFolder());
-  const ChildResult child = RunSample({"null-write"});
-  ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
-  const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, SizeIs(2));
+  ASSERT_THAT(names, SizeIs(GetParam().productDumpLeft ? 2 : 1));
   const std::string& nested = names[0];  // "Marlowen Crash Reporter_..." sorts first
-  const std::string& first = names[1];
-  EXPECT_EQ(SplitReportName(nested).application, "Marlowen Crash Reporter");
-  EXPECT_EQ(SplitReportName(first).application, kProduct);
-  EXPECT_THAT(ReportFiles(root_), ElementsAre(nested + ".dat", nested + ".dmp", first + ".dmp"));
-  EXPECT_EQ(testing_support::ReadFileBytes(ReportFile(root_, first, ".dmp")).size(), 0u);
-  EXPECT_TRUE(DumpFile(ReportFile(root_, nested, ".dmp")).HasSignature());
-  Marlowen::CrashedModuleT record;
-  ASSERT_TRUE(LoadRecord(root_, nested, record));
-  EXPECT_EQ(WideToUtf8(record.exceptionType), "Access Violation");
+  EXPECT_EQ(SplitReportName(nested).application, kReporter);
+  EXPECT_EQ(SplitReportName(nested).processId, child.pid);
+  EXPECT_TRUE(DumpFile(File(nested, ".dmp")).valid());
+  EXPECT_EQ(WideToUtf8(Record(nested).moduleName), kReporter);
   EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + nested));
-  const std::vector<LogLine> lines = DrainLog(log_);
+  const std::vector<LogLine> lines = log_.Drain();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.back(), Ending(kReporter));
+  if (!GetParam().productDumpLeft) {
+    EXPECT_THAT(ListFolder(root_.ReportFolder()), ElementsAre(nested + ".dat", nested + ".dmp"));
+    return;
+  }
+  const std::string& first = names[1];
+  EXPECT_EQ(SplitReportName(first).application, kProduct);
+  EXPECT_THAT(ListFolder(root_.ReportFolder()), ElementsAre(nested + ".dat", nested + ".dmp", first + ".dmp"));
+  EXPECT_TRUE(testing_support::ReadFileBytes(File(first, ".dmp")).empty());
+  EXPECT_EQ(WideToUtf8(Record(nested).exceptionType), "Access Violation");
   ASSERT_THAT(lines, SizeIs(6));
   EXPECT_EQ(lines[0], lines[1]);  // the line of each run's start
-  EXPECT_EQ(lines[0], Line(4, "A top-level exception has occurred. The process will be restarted (Access Violation)."));
-  EXPECT_EQ(lines[5], Line(3, "Terminating process for 'Marlowen Crash Reporter' after crash report writing."));
+  EXPECT_EQ(lines[0], Line(4, kStarted + "Access Violation)."));
 }
 
-TEST_F(CaptureTest, FaultOnSecondThreadIsReportedUnderThatThread) {
-  WithToolAndLibrary();
-  const ChildResult child = RunSample({"thread-fault"});
-  ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
-  const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, SizeIs(1));
-  const ReportNameParts parts = SplitReportName(names[0]);
-  EXPECT_EQ(parts.application, kProduct);
-  EXPECT_EQ(parts.processId, child.pid);
-  EXPECT_NE(parts.threadId, child.pid);
-  EXPECT_EQ(DumpFile(ReportFile(root_, names[0], ".dmp")).ExceptionThreadId(), static_cast<std::uint32_t>(parts.threadId));
-}
+INSTANTIATE_TEST_SUITE_P(Faults, NestedCaptureTest,
+                         testing::Values(NestedCase{"InCapture", "capture-fault", ML_DUMP_LIBRARY_DIR, false},
+                                         NestedCase{"InDumpLibrary", "null-write", ML_FAULTING_LIBRARY_DIR, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // The first thread to finish ends the process, so the second leaves a report
 // only if it has begun its own by then. A thread descheduled at the barrier
@@ -303,24 +251,23 @@ TEST_F(CaptureTest, FaultOnSecondThreadIsReportedUnderThatThread) {
 // attempt must still end the process with the crash's status.
 TEST_F(CaptureTest, TwoThreadsFaultingTogetherLeaveTwoReportsAndTheProcessEnds) {
   WithToolAndLibrary();
-  constexpr int kAttempts = 5;
   std::vector<std::string> names;
   ChildResult child;
-  for (int attempt = 0; attempt < kAttempts && names.size() < 2; ++attempt) {
+  for (int attempt = 0; attempt < 5 && names.size() < 2; ++attempt) {
     std::filesystem::remove_all(root_.ReportFolder());
     child = RunSample({"two-thread-fault"});
     ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
     names = ReportNames(root_);
-    ASSERT_THAT(names, testing::Not(IsEmpty()));
+    ASSERT_THAT(names, Not(IsEmpty()));
   }
   ASSERT_THAT(names, SizeIs(2));
-  const ReportNameParts first = SplitReportName(names[0]);
-  const ReportNameParts second = SplitReportName(names[1]);
-  EXPECT_NE(first.threadId, second.threadId);
-  for (const ReportNameParts& parts : {first, second}) {
+  EXPECT_NE(SplitReportName(names[0]).threadId, SplitReportName(names[1]).threadId);
+  for (const std::string& name : names) {
+    const ReportNameParts parts = SplitReportName(name);
     EXPECT_EQ(parts.processId, child.pid);
     EXPECT_NE(parts.threadId, child.pid);
-    EXPECT_TRUE(parts.application == kProduct || parts.application == "Marlowen Crash Reporter") << parts.application;
+    EXPECT_EQ(DumpFile(File(name, ".dmp")).ExceptionThreadId(), static_cast<std::uint32_t>(parts.threadId));
+    EXPECT_TRUE(parts.application == kProduct || parts.application == kReporter) << parts.application;
   }
 }
 
@@ -329,10 +276,8 @@ TEST_F(CaptureTest, ReturningDispositionLetsTheFaultEndTheProcess) {
   const ChildResult child = RunSample({"--disposition", "1", "null-write"});
   ASSERT_TRUE(WIFSIGNALED(child.status));
   EXPECT_EQ(WTERMSIG(child.status), SIGSEGV);
-  const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, SizeIs(1));
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + names[0]));
-  const std::vector<LogLine> lines = DrainLog(log_);
+  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + OnlyReport()));
+  const std::vector<LogLine> lines = log_.Drain();
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.back(), Line(2, "Crash report uploader started."));
 }
@@ -344,15 +289,14 @@ TEST_F(CaptureTest, SavedSettingsChangeNothingInACrash) {
   settings.dumpLevel = 1;  // all memory, were it read
   settings.sendReports = false;
   ASSERT_TRUE(settings.Save(Marlowen::PathBuffer()));
-  const ChildResult child = RunSample({"--heap-mb", "64", "null-write"});
-  ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
+  ASSERT_EQ(ExitStatus(RunSample({"--heap-mb", "64", "null-write"})), kCrashExitStatus);
   const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, ElementsAre("CrashReport", HasSubstr(kProduct)));
-  const std::vector<std::uint32_t> types = DumpFile(ReportFile(root_, names[1], ".dmp")).StreamTypes();
+  ASSERT_THAT(names, ElementsAre("CrashReport", testing::HasSubstr(kProduct)));
+  const DumpFile dump(File(names[1], ".dmp"));
   constexpr std::uint32_t kHandleData = 12, kThreadInfoList = 17, kMemory64List = 9;
-  EXPECT_THAT(types, testing::Contains(kHandleData));
-  EXPECT_THAT(types, testing::Contains(kThreadInfoList));
-  EXPECT_THAT(types, testing::Not(testing::Contains(kMemory64List)));
+  EXPECT_TRUE(dump.Has(kHandleData));
+  EXPECT_TRUE(dump.Has(kThreadInfoList));
+  EXPECT_FALSE(dump.Has(kMemory64List));
   EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + names[1]));
 }
 
@@ -360,16 +304,9 @@ TEST_F(CaptureTest, DumpOpensInLldbOnTheCrashingFunction) {
   if (access("/usr/bin/lldb-15", X_OK) != 0) GTEST_SKIP() << "lldb-15 is not installed";
   WithToolAndLibrary();
   ASSERT_EQ(ExitStatus(RunSample({"null-write"})), kCrashExitStatus);
-  const std::vector<std::string> names = ReportNames(root_);
-  ASSERT_THAT(names, SizeIs(1));
-  const std::string command = "/usr/bin/lldb-15 --batch -c '" + ReportFile(root_, names[0], ".dmp") + "' '" +
-                              SampleProductPath() + "' -o bt 2>&1";
-  FILE* lldb = popen(command.c_str(), "r");
-  ASSERT_NE(lldb, nullptr);
-  std::string output;
-  char buffer[4096];
-  while (std::size_t n = fread(buffer, 1, sizeof buffer, lldb)) output.append(buffer, n);
-  pclose(lldb);
+  const std::string output = testing_support::RunCommand("/usr/bin/lldb-15 --batch -c '" + File(OnlyReport(), ".dmp") +
+                                                         "' '" ML_SAMPLE_PRODUCT "' -o bt 2>&1")
+                                 .output;
   // The first frame of the crashing thread is the function that stored.
   EXPECT_THAT(output, testing::ContainsRegex("frame #0: .*CrashByNullWrite")) << output;
 }
@@ -396,27 +333,24 @@ TEST_P(FailureRowTest, IsLoggedAndTheProcessStillEnds) {
   std::vector<std::string> environment;
   switch (row.setup) {
     case Setup::kNoEntry: break;
-    case Setup::kLibraryMissing: WriteToolEntry(FakeToolPath(), emptyFolder); break;
+    case Setup::kLibraryMissing: WithToolAndLibrary(emptyFolder); break;
     case Setup::kBareNameFallback:
-      WriteToolEntry(FakeToolPath(), emptyFolder);
-      environment.push_back("LD_LIBRARY_PATH=" + DumpLibraryFolder());
+      WithToolAndLibrary(emptyFolder);
+      environment.push_back("LD_LIBRARY_PATH=" ML_DUMP_LIBRARY_DIR);
       break;
-    case Setup::kExportMissing: WriteToolEntry(FakeToolPath(), EmptyLibraryFolder()); break;
+    case Setup::kExportMissing: WithToolAndLibrary(ML_EMPTY_LIBRARY_DIR); break;
     case Setup::kFolderUncreatable:
       WithToolAndLibrary();
       testing_support::WriteFileText(root_.Path("var"), "a file where a folder should be");
       break;
-    case Setup::kToolMissing: WriteToolEntry(root_.Path("no-such-tool"), DumpLibraryFolder()); break;
+    case Setup::kToolMissing: WriteToolEntry(root_.Path("no-such-tool"), ML_DUMP_LIBRARY_DIR); break;
   }
-  const ChildResult child = RunSample({"null-write"}, environment);
-  EXPECT_EQ(ExitStatus(child), kCrashExitStatus);
+  EXPECT_EQ(ExitStatus(RunSample({"null-write"}, environment)), kCrashExitStatus);
 
-  const std::vector<std::string> names = ReportNames(root_);
   if (row.reportWritten) {
-    ASSERT_THAT(names, SizeIs(1));
-    EXPECT_THAT(ReportFiles(root_), ElementsAre(names[0] + ".dat", names[0] + ".dmp"));
+    OnlyReport();
   } else {
-    EXPECT_THAT(names, IsEmpty());
+    EXPECT_THAT(ReportNames(root_), IsEmpty());
   }
   const std::vector<std::string> calls = ToolCalls(root_, 1, row.toolStarted ? 5000 : 200);
   if (row.toolStarted) {
@@ -426,16 +360,16 @@ TEST_P(FailureRowTest, IsLoggedAndTheProcessStillEnds) {
     EXPECT_THAT(calls, IsEmpty());
   }
 
-  const std::vector<LogLine> lines = DrainLog(log_);
+  const std::vector<LogLine> lines = log_.Drain();
   ASSERT_FALSE(lines.empty());
-  EXPECT_EQ(lines.back(), Line(3, std::string("Terminating process for '") + kProduct + "' after crash report writing."));
+  EXPECT_EQ(lines.back(), Ending(kProduct));
   std::string expected = row.expectedLine;
   if (const auto at = expected.find("%F"); at != std::string::npos) expected.replace(at, 2, root_.ReportFolder());
   if (!expected.empty()) {
-    EXPECT_THAT(lines, testing::Contains(Line(row.severity, expected)));
+    EXPECT_THAT(lines, Contains(Line(row.severity, expected)));
   }
   const bool anyFailureLine = std::any_of(lines.begin(), lines.end(), [](const LogLine& line) {
-    return line.message.rfind(u"Cannot", 0) == 0 || line.message.rfind(u"Required", 0) == 0;
+    return line.second.starts_with(u"Cannot") || line.second.starts_with(u"Required");
   });
   EXPECT_EQ(anyFailureLine, !expected.empty());
 }

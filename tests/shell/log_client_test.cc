@@ -86,12 +86,8 @@ TEST_F(LogClientTest, RecordArrivesByteForByteWithUtcTimeAndHostName) {
 
   auto field = [&](int i) { return (*got)[kTimeOffset + 2 * i] | ((*got)[kTimeOffset + 2 * i + 1] << 8); };
   std::tm tm{};
-  tm.tm_year = field(0) - 1900;
-  tm.tm_mon = field(1) - 1;
-  tm.tm_mday = field(3);
-  tm.tm_hour = field(4);
-  tm.tm_min = field(5);
-  tm.tm_sec = field(6);
+  tm.tm_year = field(0) - 1900, tm.tm_mon = field(1) - 1, tm.tm_mday = field(3);
+  tm.tm_hour = field(4), tm.tm_min = field(5), tm.tm_sec = field(6);
   const std::time_t stamped = timegm(&tm);
   EXPECT_GE(stamped, before);
   EXPECT_LE(stamped, after);
@@ -193,17 +189,14 @@ TEST_P(PathPartsTest, SplitsAtTheLastInnerSlash) {
   EXPECT_EQ(std::u16string(PathLastComponent(file, GetParam().path)), GetParam().file);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, PathPartsTest,
-    ::testing::Values(PathCase{u"/a/b/c", u"/a/b", u"c"},
-                      // The slash at the end is no separator, and the one at
-                      // position 0 never cuts the folder.
-                      PathCase{u"/a/", u"", u"a"}, PathCase{u"a/b/", u"a", u"b"}, PathCase{u"/a", u"", u"a"},
-                      PathCase{u"/", u"", u"/"}, PathCase{u"//", u"", u""}, PathCase{u"a//b", u"a/", u"b"},
-                      // Only one slash is taken off the end of the file part.
-                      PathCase{u"a/b//", u"a/b", u""}, PathCase{u"b.exe", u"", u"b.exe"},
-                      PathCase{u"", u"", u""},
-                      // The drive form stays whole in both.
-                      PathCase{u"C:", u"C:", u"C:"}));
+// The slash at the end is no separator, the one at position 0 never cuts
+// the folder, only one slash comes off the end of the file part, and the
+// drive form stays whole in both.
+INSTANTIATE_TEST_SUITE_P(Cases, PathPartsTest,
+                         ::testing::Values(PathCase{u"/a/b/c", u"/a/b", u"c"}, PathCase{u"/a/", u"", u"a"},
+                                           PathCase{u"a/b/", u"a", u"b"}, PathCase{u"/", u"", u"/"},
+                                           PathCase{u"//", u"", u""}, PathCase{u"a//b", u"a/", u"b"},
+                                           PathCase{u"a/b//", u"a/b", u""}, PathCase{u"b.exe", u"", u"b.exe"},
+                                           PathCase{u"", u"", u""}, PathCase{u"C:", u"C:", u"C:"}));
 
 }  // namespace

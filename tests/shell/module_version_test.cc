@@ -57,10 +57,9 @@ TEST(ModuleVersionTest, FilesWithoutBlockGiveFalse) {
     EXPECT_FALSE(Read(version, path)) << path;
     EXPECT_EQ(version.dwFileVersionMS, 0u) << path;
     EXPECT_EQ(version.translationCodePage(), 1252) << path;
+    EXPECT_FALSE(version.ReadVersionInfo(nullptr));
+    EXPECT_TRUE(Read(version, ML_STAMPED_PROGRAM));  // still usable after a failed read
   }
-  CModuleVersion version;
-  EXPECT_FALSE(version.ReadVersionInfo(nullptr));
-  EXPECT_TRUE(Read(version, ML_STAMPED_PROGRAM));  // still usable after a failed read
 }
 
 TEST(ModuleVersionTest, DamagedCopies) {
@@ -83,10 +82,9 @@ TEST(ModuleVersionTest, DamagedCopies) {
   ASSERT_EQ(owner[12], 0xBD);
   owner[12] = 0xBE;
   testing_support::WriteFileBytes(root.Path("bad_signature"), bytes);
-  CModuleVersion broken;
-  EXPECT_FALSE(Read(broken, root.Path("bad_signature")));
-  EXPECT_EQ(broken.dwSignature, 0xFEEF04BEu);
-  EXPECT_EQ(broken.dwFileVersionLS, Pack(4, 5));
+  EXPECT_FALSE(Read(version, root.Path("bad_signature")));
+  EXPECT_EQ(version.dwSignature, 0xFEEF04BEu);
+  EXPECT_EQ(version.dwFileVersionLS, Pack(4, 5));
 }
 
 }  // namespace

@@ -10,12 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -28,46 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 using Report = std::map<std::string, std::string>;
 
-struct Pipe {
-  int read = -1;
-  int write = -1;
-  Pipe() {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) == 0) read = fds[0], write = fds[1];
-  }
-  ~Pipe() { close(read); }
-};
-
-// What the children printed until every writer closed: one report per
-// "argc=" block, as key -> value.
-std::vector<Report> ReadReports(int fd) {
-  std::string text;
-  char buffer[4096];
-  for (ssize_t n = 1; n != 0;) {
-    pollfd p{fd, POLLIN, 0};
-    if (poll(&p, 1, 10000) <= 0) {
-      ADD_FAILURE() << "child output timed out";
-      break;
-    }
-    n = read(fd, buffer, sizeof buffer);
-    if (n < 0 && errno != EINTR) break;
-    if (n > 0) text.append(buffer, static_cast<std::size_t>(n));
-  }
-  std::vector<Report> reports;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    const std::size_t eq = line.find('=');
-    if (eq == std::string::npos) continue;
-    if (line.compare(0, eq, "argc") == 0) reports.emplace_back();
-    if (!reports.empty()) reports.back()[line.substr(0, eq)] = line.substr(eq + 1);
-  }
-  return reports;
-}
-
-bool HasFd(const std::string& list, int fd) {
-  return ("," + list + ",").find("," + std::to_string(fd) + ",") != std::string::npos;
-}
-
 constexpr auto kExecutable = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                              fs::perms::others_read | fs::perms::others_exec;
 
@@ -77,21 +36,37 @@ void CopyChild(const std::string& to, fs::perms mode) {
   fs::permissions(to, mode);
 }
 
-// Starts the program with its output going to a pipe, and gives back what
-// it printed.
+bool HasFd(const std::string& list, int fd) {
+  return ("," + list + ",").find("," + std::to_string(fd) + ",") != std::string::npos;
+}
+
+// Starts the program with its output going to a pipe, and gives back the
+// "key=value" lines it printed until it closed the pipe.
 Report RunChild(const std::string& program, const std::u16string& arguments, LaunchOptions options = {}) {
-  Pipe out;
-  options.standardOutput = out.write;
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0) return {};
+  options.standardOutput = fds[1];
   {
     ProcessLauncher launcher(Utf8ToWide(program), arguments, options);
     EXPECT_TRUE(launcher.Start(false)) << program << ": " << strerror(errno);
-    EXPECT_TRUE(launcher.started());
     EXPECT_GT(launcher.processInformation().processId, 0u);
     EXPECT_EQ(launcher.processInformation().threadId, launcher.processInformation().processId);
   }
-  auto reports = ReadReports(out.read);
-  EXPECT_EQ(reports.size(), 1u);
-  return reports.empty() ? Report() : reports[0];
+  std::string text;
+  char buffer[4096];
+  for (pollfd p{fds[0], POLLIN, 0}; poll(&p, 1, 10000) == 1;) {
+    const ssize_t n = read(fds[0], buffer, sizeof buffer);
+    if (n <= 0) break;
+    text.append(buffer, static_cast<std::size_t>(n));
+  }
+  close(fds[0]);
+  Report report;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t eq = line.find('=');
+    if (eq != std::string::npos) report[line.substr(0, eq)] = line.substr(eq + 1);
+  }
+  return report;
 }
 
 class ProcessLauncherTest : public testing::Test {
@@ -130,34 +105,26 @@ TEST_F(ProcessLauncherTest, PathWithoutBlanksGetsTheTextWholeAndOneWithBlanksThe
   EXPECT_EQ(report["text"], "Tools/echo child -send X");
 }
 
-TEST_F(ProcessLauncherTest, MissingProgramFails) {
-  ProcessLauncher launcher(Utf8ToWide(root_.Path("nowhere/tool")), u"-send X");
-  errno = 0;
-  EXPECT_FALSE(launcher.Start(false));
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_FALSE(launcher.started());
-  EXPECT_EQ(launcher.processInformation().processHandle, kNoHandle);
-}
-
-TEST_F(ProcessLauncherTest, FailedExecFailsTheStartAndLeavesTheCallerAsItWas) {
+TEST_F(ProcessLauncherTest, FailedStartsReportTheCauseAndLeaveTheCallerAsItWas) {
   // Executable by its mode, so it is the candidate that runs, but no program.
   const std::string script = root_.Path("bin/not a program");
-  fs::create_directories(fs::path(script).parent_path());
-  std::ofstream(script) << "no interpreter line\n";
+  fs::create_directories(root_.Path("bin"));
+  testing_support::WriteFileText(script, "no interpreter line\n");
   fs::permissions(script, kExecutable);
   sigset_t blocked, before, after;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGUSR1);
   ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &blocked, &before), 0);
 
-  ProcessLauncher launcher(Utf8ToWide(script), u"-send X");
-  errno = 0;
-  EXPECT_FALSE(launcher.Start(false));
-  EXPECT_EQ(errno, ENOEXEC);
-  EXPECT_FALSE(launcher.started());
-  EXPECT_EQ(launcher.processInformation().processHandle, kNoHandle);
-  EXPECT_EQ(launcher.processInformation().processId, 0u);
-
+  for (const auto& [path, error] : {std::pair{root_.Path("nowhere/tool"), ENOENT}, std::pair{script, ENOEXEC}}) {
+    ProcessLauncher launcher(Utf8ToWide(path), u"-send X");
+    errno = 0;
+    EXPECT_FALSE(launcher.Start(false)) << path;
+    EXPECT_EQ(errno, error) << path;
+    EXPECT_FALSE(launcher.started());
+    EXPECT_EQ(launcher.processInformation().processHandle, kNoHandle);
+    EXPECT_EQ(launcher.processInformation().processId, 0u);
+  }
   pthread_sigmask(SIG_SETMASK, &before, &after);
   EXPECT_TRUE(sigismember(&after, SIGUSR1));
   EXPECT_FALSE(sigismember(&after, SIGTERM));
@@ -166,28 +133,24 @@ TEST_F(ProcessLauncherTest, FailedExecFailsTheStartAndLeavesTheCallerAsItWas) {
 // The process handle names the program itself, found in $PATH here: its
 // pid, and readable once the program has ended.
 TEST_F(ProcessLauncherTest, ProcessHandleIsThePidfdOfTheProgram) {
-  Pipe in;
+  int in[2];
+  ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
   LaunchOptions options;
-  options.standardInput = in.read;  // cat runs until this pipe closes
+  options.standardInput = in[0];  // cat runs until this pipe closes; the launcher owns it
   options.standardOutput = -1;
-  in.read = -1;                      // the launcher owns it now
   ProcessLauncher launcher(u"cat", u"", options);
   ASSERT_TRUE(launcher.Start(false)) << strerror(errno);
   const int pidfd = launcher.processInformation().processHandle;
   const std::string pid = std::to_string(launcher.processInformation().processId);
   ASSERT_GE(pidfd, 3);
   EXPECT_NE(fcntl(pidfd, F_GETFD) & FD_CLOEXEC, 0);
-  std::ifstream info("/proc/self/fdinfo/" + std::to_string(pidfd));
-  std::string pidLine;
-  for (std::string line; std::getline(info, line);) {
-    if (line.rfind("Pid:", 0) == 0) pidLine = line;
-  }
-  EXPECT_EQ(pidLine, "Pid:\t" + pid);
+  const std::string info = testing_support::ReadFileText("/proc/self/fdinfo/" + std::to_string(pidfd));
+  EXPECT_NE(info.find("\nPid:\t" + pid + "\n"), std::string::npos) << info;
   EXPECT_EQ(fs::read_symlink("/proc/" + pid + "/exe").filename(), "cat");
 
   pollfd ended{pidfd, POLLIN, 0};
   EXPECT_EQ(poll(&ended, 1, 0), 0);
-  close(in.write);
+  close(in[1]);
   EXPECT_EQ(poll(&ended, 1, 10000), 1);
 }
 
@@ -204,17 +167,13 @@ TEST_F(ProcessLauncherTest, DescriptorsAndOwnership) {
   report = RunChild(ML_ECHO_CHILD, u"x", inherit);
   EXPECT_TRUE(HasFd(report["fds"], stray)) << report["fds"];
   EXPECT_TRUE(HasFd(report["fds"], 0));
-  close(stray);
 
   // The process's own standard descriptors survive the launcher; one that
   // was handed over is closed with it.
-  Pipe out;
-  {
-    LaunchOptions options;
-    options.standardOutput = out.write;
-    ProcessLauncher launcher(Utf8ToWide(ML_ECHO_CHILD), u"x", options);
-  }
-  EXPECT_EQ(fcntl(out.write, F_GETFD), -1);
+  LaunchOptions options;
+  options.standardOutput = stray;
+  { ProcessLauncher launcher(Utf8ToWide(ML_ECHO_CHILD), u"x", options); }
+  EXPECT_EQ(fcntl(stray, F_GETFD), -1);
   EXPECT_NE(fcntl(0, F_GETFD), -1);
   EXPECT_NE(fcntl(2, F_GETFD), -1);
 }

@@ -20,6 +20,7 @@ TEST(StringHelpers, TrimUpperCaseNumbersAndErrorTexts) {
   EXPECT_EQ(TrimWhitespace(u"\v a\u00A0"), u"\v a\u00A0");
   EXPECT_EQ(ToUpperCopy(u"\u00E9t\u00E9 \u0444 thumbs.db"), u"\u00C9T\u00C9 \u0424 THUMBS.DB");
   EXPECT_EQ(NumberToString(7, 3), u"007");
+  EXPECT_EQ(NumberToString(1234, 3), u"1234");
   EXPECT_EQ(NumberToString(4294967295u, 3), u"4294967295");
   EXPECT_EQ(LastErrorText(EACCES), u"Permission denied (13)");
   EXPECT_EQ(LastErrorText(999999), u"");
