@@ -1,25 +1,34 @@
 // The capture in a real crashing process: the sample product faults in a
 // child, and the tests look at what it left behind (exit status, report
 // files, the tool's recorded start, the log) on a machine of their own.
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <map>
 #include <regex>
+#include <set>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "capture_test_support.h"
+#include "capture/tool_registry_entry.h"
 #include "log_capture.h"
 #include "run_command.h"
+#include "shell/registry.h"
 #include "shell/wide_string.h"
 #include "store/crash_report_settings.h"
 #include "store/crashed_module.h"
@@ -37,10 +46,63 @@ using testing::Not;
 using testing::SizeIs;
 using testing_support::ListFolder;
 
+using LogLine = std::pair<std::uint32_t, std::u16string>;
+
 constexpr int kCrashExitStatus = 254;
 constexpr char kProduct[] = "Marlowen Sample Product";
 constexpr char kReporter[] = "Marlowen Crash Reporter";
 const std::string kStarted = "A top-level exception has occurred. The process will be restarted (";
+
+void WriteToolEntry(const std::string& toolPath, const std::string& folder) {
+  if (!toolPath.empty()) {
+    ASSERT_TRUE(WriteRegistryString(Marlowen::kToolRegistryPath, Marlowen::kToolPathValueName, Utf8ToWide(toolPath)));
+  }
+  if (!folder.empty()) {
+    ASSERT_TRUE(WriteRegistryString(Marlowen::kToolRegistryPath, Marlowen::kToolFolderValueName, Utf8ToWide(folder)));
+  }
+}
+
+struct ChildResult {
+  int pid = 0;
+  int status = 0;      // as waitpid gives it
+  std::string output;  // standard output
+};
+
+// The sample product with extra "NAME=value" environment entries, run to its end.
+ChildResult RunSample(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {}) {
+  std::vector<std::string> argv{ML_SAMPLE_PRODUCT};
+  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  std::vector<char*> rawArgv;
+  for (std::string& argument : argv) rawArgv.push_back(argument.data());
+  rawArgv.push_back(nullptr);
+
+  int output[2];
+  if (pipe2(output, O_CLOEXEC) != 0) std::abort();
+  ChildResult result;
+  result.pid = fork();
+  if (result.pid == 0) {
+    // No core files of the crashes that end by their signal.
+    rlimit noCore{0, 0};
+    setrlimit(RLIMIT_CORE, &noCore);
+    dup2(output[1], STDOUT_FILENO);
+    for (const std::string& entry : environment) putenv(const_cast<char*>(entry.c_str()));
+    execv(rawArgv[0], rawArgv.data());
+    _exit(127);
+  }
+  close(output[1]);
+  // A process left behind by a broken capture may hold the pipe open for ever.
+  char buffer[4096];
+  ssize_t n = 1;
+  for (pollfd wait{output[0], POLLIN, 0}; n > 0 && poll(&wait, 1, 30000) == 1;) {
+    if ((n = read(output[0], buffer, sizeof buffer)) > 0) result.output.append(buffer, n);
+  }
+  if (n != 0) ADD_FAILURE() << "the product's standard output stayed open";
+  close(output[0]);
+  waitpid(result.pid, &result.status, 0);
+  return result;
+}
+
+int ExitStatus(const ChildResult& result) { return WIFEXITED(result.status) ? WEXITSTATUS(result.status) : -1; }
 
 struct ReportNameParts {
   std::string application;
@@ -105,9 +167,26 @@ class CaptureTest : public testing::Test {
     EXPECT_TRUE(record.Load(Marlowen::PathBuffer::FromUtf8(File(name, ".dat")))) << name;
     return record;
   }
+  // Report names in the folder (file names without extension, once each), sorted.
+  std::vector<std::string> ReportNames() const {
+    std::set<std::string> names;
+    for (const std::string& file : ListFolder(root_.ReportFolder())) names.insert(file.substr(0, file.rfind('.')));
+    return {names.begin(), names.end()};
+  }
+  // The command texts the fake tool recorded, waiting up to timeoutMs for at least minimum of them.
+  std::vector<std::string> ToolCalls(std::size_t minimum, int timeoutMs = 5000) const {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+      std::vector<std::string> calls;
+      std::istringstream lines(testing_support::ReadFileText(root_.Path("tool-calls.txt")));
+      for (std::string line; std::getline(lines, line);) calls.push_back(line);
+      if (calls.size() >= minimum || std::chrono::steady_clock::now() >= deadline) return calls;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
   // The name of the one report in the folder, which holds its dump and record.
   std::string OnlyReport() const {
-    const std::vector<std::string> names = ReportNames(root_);
+    const std::vector<std::string> names = ReportNames();
     EXPECT_THAT(names, SizeIs(1));
     if (names.size() != 1) return "none";
     EXPECT_THAT(ListFolder(root_.ReportFolder()), ElementsAre(names[0] + ".dat", names[0] + ".dmp"));
@@ -154,7 +233,7 @@ TEST_F(CaptureTest, AccessViolationLeavesDumpRecordToolStartAndLogLines) {
   EXPECT_GE(fault, function);
   EXPECT_LT(fault, function + 256) << crashAddress;
 
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + name));
+  EXPECT_THAT(ToolCalls(1), ElementsAre("-send " + name));
   EXPECT_THAT(log_.Drain(), ElementsAre(Line(4, kStarted + "Access Violation)."),
                                         Line(2, "Crash report written to '" + File(name, ".dmp") + "'."),
                                         Line(2, "Crashing module's data written to disk."),
@@ -173,7 +252,7 @@ TEST_P(FaultNameTest, ReportCarriesTheExceptionName) {
   ASSERT_EQ(ExitStatus(RunSample({GetParam().mode})), kCrashExitStatus);
   const std::string name = OnlyReport();
   EXPECT_EQ(WideToUtf8(Record(name).exceptionType), GetParam().exceptionName);
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + name));
+  EXPECT_THAT(ToolCalls(1), ElementsAre("-send " + name));
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, FaultNameTest,
@@ -197,7 +276,7 @@ TEST_F(CaptureTest, StackOverflowOnlyLogsAndEnds) {
     EXPECT_THAT(log_.Drain(), ElementsAre(Line(4, kStarted + "Stack Overflow)."))) << mode;
   }
   // A tool started from the crash would have been running before the exit.
-  EXPECT_THAT(ToolCalls(root_, 1, 200), IsEmpty());
+  EXPECT_THAT(ToolCalls(1, 200), IsEmpty());
 }
 
 // A fault inside the capture: from the product's over-long name, and a
@@ -215,14 +294,14 @@ TEST_P(NestedCaptureTest, SecondReportComesUnderTheReportersName) {
   WithToolAndLibrary(GetParam().libraryFolder);
   const ChildResult child = RunSample({GetParam().mode});
   ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
-  const std::vector<std::string> names = ReportNames(root_);
+  const std::vector<std::string> names = ReportNames();
   ASSERT_THAT(names, SizeIs(GetParam().productDumpLeft ? 2 : 1));
   const std::string& nested = names[0];  // "Marlowen Crash Reporter_..." sorts first
   EXPECT_EQ(SplitReportName(nested).application, kReporter);
   EXPECT_EQ(SplitReportName(nested).processId, child.pid);
   EXPECT_TRUE(DumpFile(File(nested, ".dmp")).valid());
   EXPECT_EQ(WideToUtf8(Record(nested).moduleName), kReporter);
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + nested));
+  EXPECT_THAT(ToolCalls(1), ElementsAre("-send " + nested));
   const std::vector<LogLine> lines = log_.Drain();
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.back(), Ending(kReporter));
@@ -245,6 +324,17 @@ INSTANTIATE_TEST_SUITE_P(Faults, NestedCaptureTest,
                                          NestedCase{"InDumpLibrary", "null-write", ML_FAULTING_LIBRARY_DIR, true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+TEST_F(CaptureTest, FaultOnSecondThreadIsReportedUnderThatThread) {
+  WithToolAndLibrary();
+  const ChildResult child = RunSample({"thread-fault"});
+  ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
+  const std::string name = OnlyReport();
+  const ReportNameParts parts = SplitReportName(name);
+  EXPECT_EQ(parts.processId, child.pid);
+  EXPECT_NE(parts.threadId, child.pid);
+  EXPECT_EQ(DumpFile(File(name, ".dmp")).ExceptionThreadId(), static_cast<std::uint32_t>(parts.threadId));
+}
+
 // The first thread to finish ends the process, so the second leaves a report
 // only if it has begun its own by then. A thread descheduled at the barrier
 // on a busy machine may not have, so the scenario gets a few attempts; every
@@ -257,7 +347,7 @@ TEST_F(CaptureTest, TwoThreadsFaultingTogetherLeaveTwoReportsAndTheProcessEnds) 
     std::filesystem::remove_all(root_.ReportFolder());
     child = RunSample({"two-thread-fault"});
     ASSERT_EQ(ExitStatus(child), kCrashExitStatus);
-    names = ReportNames(root_);
+    names = ReportNames();
     ASSERT_THAT(names, Not(IsEmpty()));
   }
   ASSERT_THAT(names, SizeIs(2));
@@ -266,7 +356,6 @@ TEST_F(CaptureTest, TwoThreadsFaultingTogetherLeaveTwoReportsAndTheProcessEnds) 
     const ReportNameParts parts = SplitReportName(name);
     EXPECT_EQ(parts.processId, child.pid);
     EXPECT_NE(parts.threadId, child.pid);
-    EXPECT_EQ(DumpFile(File(name, ".dmp")).ExceptionThreadId(), static_cast<std::uint32_t>(parts.threadId));
     EXPECT_TRUE(parts.application == kProduct || parts.application == kReporter) << parts.application;
   }
 }
@@ -276,7 +365,7 @@ TEST_F(CaptureTest, ReturningDispositionLetsTheFaultEndTheProcess) {
   const ChildResult child = RunSample({"--disposition", "1", "null-write"});
   ASSERT_TRUE(WIFSIGNALED(child.status));
   EXPECT_EQ(WTERMSIG(child.status), SIGSEGV);
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + OnlyReport()));
+  EXPECT_THAT(ToolCalls(1), ElementsAre("-send " + OnlyReport()));
   const std::vector<LogLine> lines = log_.Drain();
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.back(), Line(2, "Crash report uploader started."));
@@ -290,14 +379,14 @@ TEST_F(CaptureTest, SavedSettingsChangeNothingInACrash) {
   settings.sendReports = false;
   ASSERT_TRUE(settings.Save(Marlowen::PathBuffer()));
   ASSERT_EQ(ExitStatus(RunSample({"--heap-mb", "64", "null-write"})), kCrashExitStatus);
-  const std::vector<std::string> names = ReportNames(root_);
+  const std::vector<std::string> names = ReportNames();
   ASSERT_THAT(names, ElementsAre("CrashReport", testing::HasSubstr(kProduct)));
   const DumpFile dump(File(names[1], ".dmp"));
   constexpr std::uint32_t kHandleData = 12, kThreadInfoList = 17, kMemory64List = 9;
   EXPECT_TRUE(dump.Has(kHandleData));
   EXPECT_TRUE(dump.Has(kThreadInfoList));
   EXPECT_FALSE(dump.Has(kMemory64List));
-  EXPECT_THAT(ToolCalls(root_, 1), ElementsAre("-send " + names[1]));
+  EXPECT_THAT(ToolCalls(1), ElementsAre("-send " + names[1]));
 }
 
 TEST_F(CaptureTest, DumpOpensInLldbOnTheCrashingFunction) {
@@ -350,9 +439,9 @@ TEST_P(FailureRowTest, IsLoggedAndTheProcessStillEnds) {
   if (row.reportWritten) {
     OnlyReport();
   } else {
-    EXPECT_THAT(ReportNames(root_), IsEmpty());
+    EXPECT_THAT(ReportNames(), IsEmpty());
   }
-  const std::vector<std::string> calls = ToolCalls(root_, 1, row.toolStarted ? 5000 : 200);
+  const std::vector<std::string> calls = ToolCalls(1, row.toolStarted ? 5000 : 200);
   if (row.toolStarted) {
     ASSERT_THAT(calls, SizeIs(1));
     EXPECT_THAT(calls[0], testing::StartsWith(std::string("-send ") + kProduct + "_"));

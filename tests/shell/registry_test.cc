@@ -55,10 +55,12 @@ struct ReadCase {
 
 void PrintTo(const ReadCase& c, std::ostream* out) { *out << c.label; }
 
-class RegistryReadTest : public testing::TestWithParam<ReadCase> {
+class RegistryFileTest : public testing::Test {
  protected:
   testing_support::TestRoot root_;
 };
+
+class RegistryReadTest : public RegistryFileTest, public testing::WithParamInterface<ReadCase> {};
 
 TEST_P(RegistryReadTest, ReadsMachineFile) {
   WriteRegistry(kMachineFile);
@@ -84,11 +86,6 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"zero bytes", kApp, u"NoBytes", u""}, ReadCase{"missing value", kApp, u"Nothing", u""},
         ReadCase{"missing key", u"\\\\HKLM\\SOFTWARE\\Other", u"Path", u""}),
     [](const testing::TestParamInfo<ReadCase>& info) { return std::to_string(info.index); });
-
-class RegistryFileTest : public testing::Test {
- protected:
-  testing_support::TestRoot root_;
-};
 
 TEST_F(RegistryFileTest, MissingOrDamagedFileReadsAsEmpty) {
   EXPECT_EQ(ReadRegistryString(kApp, u""), u"");

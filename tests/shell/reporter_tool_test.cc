@@ -45,8 +45,9 @@ std::vector<std::string> Lines(const std::string& text) {
 
 // The output is the standard error of the program and of every tool it
 // starts: the pipe stays open, and so the call waits, until all have ended.
+// A time limit on each makes a hang fail the test instead of holding it.
 CommandResult RunProgram(const std::string& program, const std::vector<std::string>& arguments) {
-  std::string command = "'" + program + "'";
+  std::string command = "timeout 60 '" + program + "'";
   for (const std::string& argument : arguments) command += " '" + argument + "'";
   return testing_support::RunCommand(command + " 2>&1 >/dev/null");
 }
@@ -68,7 +69,7 @@ class ReporterToolTest : public ::testing::Test {
     const std::string folder = root_.Path(relativeFolder);
     testing_support::MakeFolders(folder);
     const std::string wrapper = folder + "/MLCrashReporter";
-    testing_support::WriteFileText(wrapper, "#!/bin/sh\n'" + std::string(ML_REPORTER_TOOL) +
+    testing_support::WriteFileText(wrapper, "#!/bin/sh\ntimeout 60 '" + std::string(ML_REPORTER_TOOL) +
                                                 "' \"$@\"\necho \"$? $*\" >> '" + root_.Path("runs.log") + "'\n");
     chmod(wrapper.c_str(), 0755);
     symlink(ML_DUMP_LIBRARY, (folder + "/libmldbghelp.so").c_str());
