@@ -57,7 +57,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(ProductCase{u"Orbit Designer_20260101000000_7_8", u"Orbit Designer", true},
                       ProductCase{u"NoUnderscore", u"NoUnderscore", true},
                       ProductCase{u"", u"", true},
-                      ProductCase{u"TarnHollows_1", u"TarnHollows", false},
                       ProductCase{u"tarnhollows server_1", u"tarnhollows server", false},
                       ProductCase{u"Brindlemoor Setup Wizard_1_2", u"Brindlemoor Setup Wizard",
                                   false},
