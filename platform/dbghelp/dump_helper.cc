@@ -28,6 +28,7 @@ struct HelperBlock {
   CaptureRequest request;
   int fd;
   off_t base;
+  pid_t creator;           // the process that made the helper
   volatile int go;         // futex: set once the helper may trace us
   volatile int result;     // 0, kTraceRefused or an errno value
   volatile int traceError;
@@ -71,6 +72,10 @@ void BlockSignals() {
 int HelperProcessMain(void* argument) {
   auto* block = static_cast<HelperBlock*>(argument);
   BlockSignals();
+  // Useless once the crashed process is gone (another thread's capture may
+  // end it meanwhile): die with it rather than linger, adopted, in a wait.
+  syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
+  if (syscall(SYS_getppid) != block->creator) return 0;
   struct sigaction fallback {};
   fallback.sa_handler = SIG_DFL;
   static const int kFaults[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS};
@@ -137,6 +142,7 @@ int CaptureWithHelper(const CaptureRequest& request, int fd, off_t base) {
   block->base = base;
   block->result = EIO;
   block->childTid = 1;
+  block->creator = static_cast<pid_t>(syscall(SYS_getpid));
 
   bool stackInUse = false;
   if (request.useTracer) {
