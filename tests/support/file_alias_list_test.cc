@@ -25,8 +25,6 @@ TEST(FileAliasListTest, SetReplacesOrAppendsGrowsByTwentyAndSavedListLoadsBackWi
   EXPECT_EQ(list->capacity, 40);
   SetFileAlias(*list, u"long", WideString(300, u'p'));
   EXPECT_EQ(GetFileAlias(*list, u"long").size(), kMaxAliasText);
-  FreeFileAliasList(list);
-  EXPECT_EQ(list, nullptr);
 
   testing_support::TestRoot root;
   const std::string file = root.Path("aliases.xml");

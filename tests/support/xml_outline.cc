@@ -1,9 +1,8 @@
 #include "xml_outline.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 
+#include "run_command.h"
 #include "test_root.h"
 
 namespace settings_test {
@@ -39,14 +38,7 @@ std::string Quote(const std::string& text) {
 std::string XmlOutline(const std::string& path) {
   const std::string script = path + ".outline.py";
   testing_support::WriteFileText(script, kOutlineScript);
-  const std::string command = "python3 " + Quote(script) + " " + Quote(path);
-  std::string output;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    char chunk[4096];
-    std::size_t n;
-    while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) output.append(chunk, n);
-    pclose(pipe);
-  }
+  std::string output = testing_support::RunCommand("python3 " + Quote(script) + " " + Quote(path)).output;
   std::remove(script.c_str());
   return output;
 }
