@@ -50,7 +50,7 @@ class CrashReportSettingsTest : public testing::Test {
   std::string file_ = folder_ + "/CrashReport.settings";
 };
 
-TEST_F(CrashReportSettingsTest, DefaultsAreFourteenBytesAndNoFileMeansTheDefaultsSilently) {
+TEST_F(CrashReportSettingsTest, DefaultsAreFourteenBytesAndNumbersAreUtf8) {
   ASSERT_TRUE(log_.bound());
   CrashReportSettingsT settings;
   EXPECT_FALSE(settings.Load(PathBuffer()));
@@ -59,10 +59,8 @@ TEST_F(CrashReportSettingsTest, DefaultsAreFourteenBytesAndNoFileMeansTheDefault
   EXPECT_TRUE(log_.Drain().empty());
   PathBuffer path;
   EXPECT_EQ(SettingsFilePath(path).ToUtf8(), file_);
-}
 
-TEST_F(CrashReportSettingsTest, NonAsciiNumberSurvivesSaveAndLoadAsUtf8) {
-  CrashReportSettingsT settings;
+  // A number beyond ASCII is kept as UTF-8.
   settings.dumpLevel = 1;
   settings.askBeforeSending = true;
   settings.smaNumber = u"SMA-\u00DF\u4E2D\U0001F600";

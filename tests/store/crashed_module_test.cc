@@ -2,9 +2,7 @@
 // version, logged failures, and a record written from a real crash.
 #include <dlfcn.h>
 #include <link.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -14,11 +12,11 @@
 #include <gtest/gtest.h>
 
 #include "log_capture.h"
+#include "run_command.h"
 #include "store/crashed_module.h"
 #include "store/file.h"
+#include "store/file_time.h"
 #include "test_root.h"
-
-extern char** environ;
 
 namespace Marlowen {
 namespace {
@@ -119,8 +117,6 @@ TEST_F(CrashedModuleFileTest, UnknownVersionConsumesOnlyItsWordAndFailuresAreLog
   CrashedModuleT record;
   EXPECT_FALSE(record.Read(file));
   EXPECT_EQ(file.Tell(), 4u);
-  EXPECT_EQ(record.reportName, u"");
-  file.Close();
 
   EXPECT_FALSE(record.Load(PathBuffer::FromUtf8(three)));
   EXPECT_FALSE(record.Load(Path("missing.dat")));
@@ -172,13 +168,7 @@ TEST(CrashedModuleTest, CountsAndFactsOfTheRunningProcess) {
 TEST(CrashedModuleCrashTest, FaultingChildLeavesItsRecord) {
   TestRoot root;
   const std::string dump = root.Path("reports/Probe_20261121093000_11_12.dmp");
-  const char* argv[] = {ML_CRASH_PROBE, dump.c_str(), "with blanks", nullptr};
-  pid_t child = 0;
-  ASSERT_EQ(posix_spawn(&child, ML_CRASH_PROBE, nullptr, nullptr, const_cast<char**>(argv), environ), 0);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status)) << status;
-  EXPECT_EQ(WEXITSTATUS(status), 254);
+  ASSERT_EQ(testing_support::RunCommand("'" ML_CRASH_PROBE "' '" + dump + "' 'with blanks'").status, 254);
 
   CrashedModuleT record;
   ASSERT_TRUE(record.Load(PathBuffer::FromUtf8(root.Path("reports/Probe_20261121093000_11_12.dat"))));
@@ -187,8 +177,7 @@ TEST(CrashedModuleCrashTest, FaultingChildLeavesItsRecord) {
             u"Probe_20261121093000_11_12|Access Violation|0x401000|Probe|2.3.4.5|6.7.8.9");
   EXPECT_EQ(record.fileName.ToUtf8(), ML_CRASH_PROBE);
   EXPECT_EQ(WideToUtf8(record.commandLine), std::string(ML_CRASH_PROBE) + " " + dump + " with blanks");
-  EXPECT_EQ(record.creationTime.dwLowDateTime, 0x0BADF00Du);
-  EXPECT_EQ(record.creationTime.dwHighDateTime, 0x01DC5Au);
+  EXPECT_EQ(FileTimeToTicks(record.creationTime), 0x01DC5A0BADF00Dull);
   EXPECT_EQ(record.threadCount, 4u);
   EXPECT_GT(record.workingSetSize, 0u);
 }

@@ -19,15 +19,11 @@
 namespace {
 
 using namespace Marlowen;
+using settings_test::WriteSettingsXml;
 using settings_test::XmlOutline;
 
 class ServerSettingsTest : public ::testing::Test {
  protected:
-  void WriteServerXml(const std::string& path, const std::string& groups) const {
-    testing_support::MakeFolders(path.substr(0, path.rfind('/')));
-    testing_support::WriteFileText(path, "<?xml version=\"1.0\"?>\n<Marlowen_Settings>" + groups + "</Marlowen_Settings>\n");
-  }
-
   // A Password value as the account functions store it.
   static std::string EncipheredPassword(const std::string& plain) {
     std::vector<std::uint8_t> cipher;
@@ -50,10 +46,10 @@ TEST_F(ServerSettingsTest, NoFileGivesTheDefaultsTheCacheKeepsThemAndAPathRefill
   EXPECT_FALSE(testing_support::PathExists(file_));  // nothing is saved
   EXPECT_EQ(ServerSettingsPath(u""), path_);
 
-  WriteServerXml(file_, "<Group name=\"Other\"><Int name=\"ServerPort\">1</Int></Group>"
-                        "<Group name=\"Base\"><Int name=\"ServerPort\">8123</Int><Int name=\"ServerPortSSL\">8443</Int>"
-                        "<Int name=\"EnableDebugLogging\">1</Int><Int name=\"RequireClientSSL\">1</Int>"
-                        "<String name=\"SMANumber\">" + std::string(300, '9') + "</String></Group>");
+  WriteSettingsXml(file_, "<Group name=\"Other\"><Int name=\"ServerPort\">1</Int></Group>"
+                          "<Group name=\"Base\"><Int name=\"ServerPort\">8123</Int><Int name=\"ServerPortSSL\">8443</Int>"
+                          "<Int name=\"EnableDebugLogging\">1</Int><Int name=\"RequireClientSSL\">1</Int>"
+                          "<String name=\"SMANumber\">" + std::string(300, '9') + "</String></Group>");
   // Filled caches answer without the file; an empty SMA number is no fill.
   EXPECT_EQ(GetServerPort(nullptr, false), 7000);
   EXPECT_EQ(GetEnableDebugLogging(nullptr), 0);
@@ -70,7 +66,7 @@ TEST_F(ServerSettingsTest, NoFileGivesTheDefaultsTheCacheKeepsThemAndAPathRefill
 TEST_F(ServerSettingsTest, AccountRoundTripsWithTheStoredPasswordEnciphered) {
   WideString user = u"keep", password, domain;
   EXPECT_EQ(GetAccount(nullptr, user, password, domain, 64), 0);
-  WriteServerXml(file_, "<Group name=\"Base\"><Int name=\"ServerPort\">8123</Int></Group>");
+  WriteSettingsXml(file_, "<Group name=\"Base\"><Int name=\"ServerPort\">8123</Int></Group>");
   ASSERT_EQ(SetAccount(nullptr, u"svc-backup", u"s3cret-P\u00e4ss", u"CORP"), 1);
   ASSERT_EQ(GetAccount(nullptr, user, password, domain, 256), 1);
   EXPECT_EQ(user, u"svc-backup");
@@ -105,15 +101,15 @@ TEST_F(ServerSettingsTest, AccountRoundTripsWithTheStoredPasswordEnciphered) {
 
 TEST_F(ServerSettingsTest, ListAccountsStopsAtTheFirstMissingHost) {
   const std::string file = root_.Path("hosts.xml");
-  WriteServerXml(file, "<Group name=\"Account\"><String name=\"Username\">admin</String>"
-                       "<Bin64 name=\"Password\">" + EncipheredPassword("top") + "</Bin64>"
-                       "<String name=\"Domain\">CORP</String></Group>"
-                       "<Group name=\"HostConfiguration_1\"><String name=\"Host\">alpha</String>"
-                       "<String name=\"Username\">u1</String>"
-                       "<Bin64 name=\"Password\">" + EncipheredPassword("p1") + "</Bin64></Group>"
-                       "<Group name=\"HostConfiguration_2\"><String name=\"Host\">beta</String>"
-                       "<String name=\"Username\">u2</String></Group>"
-                       "<Group name=\"HostConfiguration_4\"><String name=\"Host\">hidden</String></Group>");
+  WriteSettingsXml(file, "<Group name=\"Account\"><String name=\"Username\">admin</String>"
+                         "<Bin64 name=\"Password\">" + EncipheredPassword("top") + "</Bin64>"
+                         "<String name=\"Domain\">CORP</String></Group>"
+                         "<Group name=\"HostConfiguration_1\"><String name=\"Host\">alpha</String>"
+                         "<String name=\"Username\">u1</String>"
+                         "<Bin64 name=\"Password\">" + EncipheredPassword("p1") + "</Bin64></Group>"
+                         "<Group name=\"HostConfiguration_2\"><String name=\"Host\">beta</String>"
+                         "<String name=\"Username\">u2</String></Group>"
+                         "<Group name=\"HostConfiguration_4\"><String name=\"Host\">hidden</String></Group>");
   WideString path = Utf8ToWide(file);
   std::vector<AccountEntryT> accounts;
   std::time_t when = 12345;
@@ -125,14 +121,14 @@ TEST_F(ServerSettingsTest, ListAccountsStopsAtTheFirstMissingHost) {
 }
 
 TEST_F(ServerSettingsTest, ListAccountsFindsTheFileThroughTheRegistryOrAtTheDefaultPath) {
-  WriteServerXml(file_, "<Group name=\"Account\"><String name=\"Username\">dflt</String></Group>");
+  WriteSettingsXml(file_, "<Group name=\"Account\"><String name=\"Username\">dflt</String></Group>");
   WideString path;
   std::vector<AccountEntryT> accounts;
   ASSERT_EQ(ListAccounts(&path, accounts, nullptr), 1);
   EXPECT_EQ(path, path_);
 
   const std::string folder = root_.Path("opt/marlowen");
-  WriteServerXml(folder + "/Server Settings/Server.xml", "<Group name=\"Account\"><String name=\"Username\">reg</String></Group>");
+  WriteSettingsXml(folder + "/Server Settings/Server.xml", "<Group name=\"Account\"><String name=\"Username\">reg</String></Group>");
   ASSERT_TRUE(WriteRegistryString(u"\\\\HKLM\\SOFTWARE\\Marlowen", u"ConfigurationPath", Utf8ToWide(folder)));
   path.clear();
   accounts.clear();

@@ -31,7 +31,7 @@ class SettingsStoreTest : public ::testing::Test {
   std::string File(const std::string& name) const { return root_.Path(name); }
   WideString WideFile(const std::string& name) const { return Utf8ToWide(File(name)); }
   std::unique_ptr<SettingsStore> OpenWith(const std::string& name, const std::string& body) const {
-    WriteFileText(File(name), "<?xml version=\"1.0\"?>\n<Marlowen_Settings>" + body + "</Marlowen_Settings>\n");
+    settings_test::WriteSettingsXml(File(name), body);
     return OpenStore(WideFile(name));
   }
 
@@ -96,22 +96,6 @@ TEST_F(SettingsStoreTest, EveryValueTypeRoundTripsInTheElementFormat) {
   EXPECT_EQ(XmlOutline(File("copy.xml")), outline);
 }
 
-TEST_F(SettingsStoreTest, AbsentValuesGiveDefaultsAndTextsAreCutToTheLimitAndTheBuffer) {
-  auto store = CreateStore(WideFile("long.xml"));
-  std::int32_t number = 5;
-  WideString text = u"old";
-  EXPECT_EQ(IntValue(number, 17, u"n", kGroup, *store, false), 0);
-  EXPECT_EQ(number, 17);
-  EXPECT_EQ(StringValue(text, 4, u"default", u"s", kGroup, *store, false), 0);
-  EXPECT_EQ(text, u"def");
-  WideString longText(5000, u'x');
-  StringValue(longText, 0, u"", u"long", kGroup, *store, true);
-  EXPECT_EQ(StringValue(text, 10000, u"", u"long", kGroup, *store, false), 1);
-  EXPECT_EQ(text.size(), kMaxSettingsText);
-  EXPECT_EQ(StringValue(text, 10, u"", u"long", kGroup, *store, false), 1);
-  EXPECT_EQ(text, WideString(9, u'x'));
-}
-
 TEST_F(SettingsStoreTest, HandWrittenValuesConvertAsTheFormatSays) {
   auto store = OpenWith("hand.xml",
                         "<Group name=\"G\">"
@@ -138,6 +122,19 @@ TEST_F(SettingsStoreTest, HandWrittenValuesConvertAsTheFormatSays) {
   WideString text = u"old";
   EXPECT_EQ(StringValue(text, 10, u"d", u"empty", u"G", *store, false), 1);
   EXPECT_EQ(text, u"");
+  // Absent values give their defaults; texts are cut to the limit and the
+  // buffer, defaults alike.
+  std::int32_t number = 5;
+  EXPECT_EQ(IntValue(number, 17, u"absent", u"G", *store, false), 0);
+  EXPECT_EQ(number, 17);
+  EXPECT_EQ(StringValue(text, 4, u"default", u"absent", u"G", *store, false), 0);
+  EXPECT_EQ(text, u"def");
+  WideString longText(5000, u'x');
+  StringValue(longText, 0, u"", u"long", u"G", *store, true);
+  EXPECT_EQ(StringValue(text, 10000, u"", u"long", u"G", *store, false), 1);
+  EXPECT_EQ(text.size(), kMaxSettingsText);
+  EXPECT_EQ(StringValue(text, 10, u"", u"long", u"G", *store, false), 1);
+  EXPECT_EQ(text, WideString(9, u'x'));
   StringListT list;
   StringListValue(list, u"l", u"G", *store, false);
   ASSERT_EQ(list.size(), 2u);
@@ -223,7 +220,7 @@ TEST_F(SettingsStoreTest, ArraysOfAnotherVersionAreEmptiedAndAbsentGroupsSaveEmp
 }
 
 TEST_F(SettingsStoreTest, SavesReplaceWholeFilesKeepTheirModeAndLeaveNothingBehindOnFailure) {
-  WriteFileText(File("old.xml"), "<Marlowen_Settings><Group name=\"Main\"><Int name=\"n\">1</Int></Group></Marlowen_Settings>");
+  settings_test::WriteSettingsXml(File("old.xml"), "<Group name=\"Main\"><Int name=\"n\">1</Int></Group>");
   ASSERT_EQ(chmod(File("old.xml").c_str(), 0640), 0);
   auto store = CreateStore(WideFile("old.xml"));  // ignores what is there
   std::int32_t value = 2;

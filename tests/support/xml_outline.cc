@@ -43,4 +43,9 @@ std::string XmlOutline(const std::string& path) {
   return output;
 }
 
+void WriteSettingsXml(const std::string& path, const std::string& body) {
+  testing_support::MakeFolders(path.substr(0, path.rfind('/')));
+  testing_support::WriteFileText(path, "<?xml version=\"1.0\"?>\n<Marlowen_Settings>" + body + "</Marlowen_Settings>\n");
+}
+
 }  // namespace settings_test

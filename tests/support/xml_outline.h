@@ -12,4 +12,8 @@ namespace settings_test {
 // The outline, or a line starting with "ERROR" if the file doesn't parse.
 std::string XmlOutline(const std::string& path);
 
+// Writes a settings file by hand, its folders first: the root element
+// around `body`.
+void WriteSettingsXml(const std::string& path, const std::string& body);
+
 }  // namespace settings_test
