@@ -6,14 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <string>
-#include <vector>
 
-#include "dialog_test_support.h"
-#include "dialogs/crash_report_resources.h"
-#include "dialogs/window_api.h"
 #include "report_dialog_test_support.h"
-#include "test_root.h"
 
 namespace {
 
@@ -94,31 +88,22 @@ TEST_F(BaseDialogTest, UnknownStatusesMoveTheBarAndSaySo) {
   });
 }
 
-// Sends the dialog a link activation as the link control does.
-void Activate(HWND window, const char16_t* id, const char16_t* url, UINT code = NM_CLICK) {
-  NMLINK link{};
-  link.hdr.code = code;
-  std::char_traits<char16_t>::copy(link.item.szID, id, std::char_traits<char16_t>::length(id));
-  std::char_traits<char16_t>::copy(link.item.szUrl, url, std::char_traits<char16_t>::length(url));
-  SendMessageW(window, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&link));
-}
-
 TEST_F(BaseDialogTest, KbLinkWritesTheShortcutOnceThenOpensTheLinksAddress) {
   const std::string shortcut = InFolder("MarlowenErrorReporting.url");
   // A folder where the shortcut file would go: nothing is opened.
   testing_support::MakeFolders(shortcut);
   RunDialog(ProbeTemplate(), dialog, [&](HWND window) {
-    Activate(window, u"idKbLink", u"http://kb.example/blocked");
+    ActivateLink(window, u"idKbLink", u"http://kb.example/blocked");
     EXPECT_TRUE(opened.empty());
     std::filesystem::remove(shortcut);
-    Activate(window, u"idKbLink", u"http://kb.example/first");
+    ActivateLink(window, u"idKbLink", u"http://kb.example/first");
     EXPECT_EQ(testing_support::ReadFileText(shortcut), "[InternetShortcut]\r\nURL=" + ExpectedKbAddress());
     // An existing file is left as it is; Enter on the link acts as a click.
     testing_support::WriteFileText(shortcut, "kept");
-    Activate(window, u"idKbLink", u"http://kb.example/second", NM_RETURN);
+    ActivateLink(window, u"idKbLink", u"http://kb.example/second", NM_RETURN);
     // Neither another notification nor an unknown id opens anything.
-    Activate(window, u"idKbLink", u"http://kb.example/third", static_cast<UINT>(-12));
-    Activate(window, u"idOther", u"");
+    ActivateLink(window, u"idKbLink", u"http://kb.example/third", static_cast<UINT>(-12));
+    ActivateLink(window, u"idOther");
     EndDialog(window, 1);
   });
   EXPECT_EQ(testing_support::ReadFileText(shortcut), "kept");
@@ -127,19 +112,6 @@ TEST_F(BaseDialogTest, KbLinkWritesTheShortcutOnceThenOpensTheLinksAddress) {
   EXPECT_EQ(boxes[0].text, u"Unknown id");
   EXPECT_EQ(boxes[0].caption, u"Sys Link Control");
   EXPECT_EQ(boxes[0].type, MB_OK);
-}
-
-TEST_F(BaseDialogTest, DeleteAllReportsTakesDumpsRecordsAndPackagesOnly) {
-  for (const char* name : {"A_1.dmp", "A_1.dat", "B_2.zip", "C_3.xml", "MarlowenErrorReporting.url",
-                           "CrashReport.settings", "notes.txt"}) {
-    testing_support::WriteFileText(InFolder(name), "x");
-  }
-  testing_support::MakeFolders(InFolder("sub"));
-  testing_support::WriteFileText(InFolder("sub/D_4.dmp"), "x");
-  CrashReportBaseDialog::DeleteAllReports();
-  EXPECT_EQ(FolderNames(), (std::vector<std::string>{"C_3.xml", "CrashReport.settings", "MarlowenErrorReporting.url",
-                                                     "notes.txt", "sub"}));
-  EXPECT_TRUE(testing_support::PathExists(InFolder("sub/D_4.dmp")));
 }
 
 }  // namespace

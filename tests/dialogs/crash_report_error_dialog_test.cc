@@ -10,16 +10,10 @@
 #include <QKeyEvent>
 #include <QWidget>
 #include <algorithm>
-#include <string>
-#include <vector>
 
-#include "dialog_test_support.h"
-#include "dialogs/crash_report_resources.h"
 #include "dialogs/qt_window_access.h"
-#include "dialogs/window_api.h"
 #include "report_dialog_test_support.h"
 #include "shell/report_modes.h"
-#include "test_root.h"
 
 namespace {
 
@@ -141,10 +135,7 @@ TEST_F(ErrorDialogTest, SettingsFromTheLinkSaveWhileTheDialogKeepsWhatItRead) {
           Click(settingsDialog, IDOK);
         },
         errorDialog);
-    NMLINK link{};
-    link.hdr.code = NM_CLICK;
-    std::char_traits<char16_t>::copy(link.item.szID, u"idSettingsLink", 14);
-    SendMessageW(errorDialog, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&link));
+    ActivateLink(errorDialog, u"idSettingsLink");
     EXPECT_TRUE(nested.fired());
     // The error dialog still offers to send, as its start said.
     EXPECT_TRUE(Visible(errorDialog, kIdPleaseHelp) && Checked(errorDialog, kIdSend) &&

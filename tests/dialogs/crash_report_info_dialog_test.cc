@@ -4,16 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <tuple>
-#include <vector>
 
-#include "dialog_test_support.h"
-#include "dialogs/crash_report_resources.h"
-#include "dialogs/window_api.h"
 #include "report_dialog_test_support.h"
 #include "shell/dialog_modes.h"
-#include "test_root.h"
 
 namespace {
 
@@ -109,14 +103,18 @@ TEST_F(InfoDialogTest, SendUploadsAllReportsShowingEveryStepThenTheResult) {
 
 TEST_F(InfoDialogTest, DeleteAsksAndOnlyNoKeepsTheDialogOpen) {
   AddThreePending();
-  testing_support::WriteFileText(InFolder("MarlowenErrorReporting.url"), "kept");
+  // Only dumps, records and packages go, and none in a folder below.
+  testing_support::MakeFolders(InFolder("sub"));
+  for (const char* name : {"MarlowenErrorReporting.url", "C_3.xml", "sub/D_4.dmp"}) {
+    testing_support::WriteFileText(InFolder(name), "kept");
+  }
   boxAnswers = {IDNO, IDOK};
   WhenDialogShows act([&](HWND dialog) {
     Click(dialog, kIdDeleteChoice);
     Click(dialog, IDOK);
     EXPECT_TRUE(IsWindowVisible(dialog));
     EXPECT_TRUE(Checked(dialog, kIdDeleteChoice));
-    EXPECT_EQ(FolderNames().size(), 6u);
+    EXPECT_EQ(FolderNames().size(), 8u);
     // Any answer but No deletes, an OK as well.
     Click(dialog, IDOK);
   });
@@ -126,19 +124,8 @@ TEST_F(InfoDialogTest, DeleteAsksAndOnlyNoKeepsTheDialogOpen) {
   EXPECT_EQ(boxes[0].text, u"Are you sure you want to delete these error reports?");
   EXPECT_EQ(boxes[0].caption, u"Marlowen Error Reporter");
   EXPECT_EQ(boxes[0].type, MB_YESNO | MB_ICONQUESTION);
-  EXPECT_EQ(FolderNames(), std::vector<std::string>{"MarlowenErrorReporting.url"});
-}
-
-TEST_F(InfoDialogTest, ReportsGoneBeforeInitLeaveNothingToChoose) {
-  CrashReportInfoDialog dialog;
-  INT_PTR result = dialog_test::RunDialog(InfoDialogTemplate(), dialog, [&](HWND window) {
-    EXPECT_EQ(Text(window, kIdReportCount),
-              u"There are 0 error report(s) on this computer that have not been sent to Marlowen.");
-    EXPECT_FALSE(Enabled(window, kIdSend) || Enabled(window, kIdDoNotSend) || Enabled(window, kIdDeleteChoice));
-    Click(window, IDOK);
-  });
-  EXPECT_EQ(result, IDOK);
-  EXPECT_TRUE(boxes.empty());
+  EXPECT_EQ(FolderNames(), (std::vector<std::string>{"C_3.xml", "MarlowenErrorReporting.url", "sub"}));
+  EXPECT_TRUE(testing_support::PathExists(InFolder("sub/D_4.dmp")));
 }
 
 }  // namespace

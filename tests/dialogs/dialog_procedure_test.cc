@@ -4,7 +4,6 @@
 #include <QFontMetrics>
 #include <QTest>
 #include <algorithm>
-#include <utility>
 
 #include "dialog_test_support.h"
 #include "dialogs/dialog_environment.h"
@@ -128,32 +127,6 @@ TEST_F(DialogProcedureTest, NestedDialogFromALinkNotifiesItsOwnerInOrder) {
   EXPECT_EQ(log, expected);
 }
 
-TEST_F(DialogProcedureTest, OnlyClickAcceleratorAndChangeMarkModified) {
-  RecordingHandler outer("outer", &log);
-  RecordingHandler inner("inner", &log);
-  const std::pair<WORD, bool> codes[] = {{BN_CLICKED, true},    {1, true}, {EN_CHANGE, true}, {EN_SETFOCUS, false},
-                                         {EN_KILLFOCUS, false}, {5, false}};
-  RunDialog(SampleTemplate(), outer, [&](HWND outerWindow) {
-    RunDialog(
-        SampleTemplate(), inner,
-        [&](HWND innerWindow) {
-          for (const auto& [code, notice] : codes) {
-            inner.MarkModified(false);
-            log.clear();
-            SendMessageW(innerWindow, WM_COMMAND, MAKEWPARAM(kEdit, code),
-                         reinterpret_cast<LPARAM>(GetDlgItem(innerWindow, kEdit)));
-            const std::string command = "inner:OnCommand 106 " + std::to_string(code);
-            const EventLog expected = notice ? EventLog{"outer:PSM_CHANGED", command} : EventLog{command};
-            EXPECT_EQ(log, expected) << code;
-            EXPECT_EQ(inner.Modified(), notice) << code;
-          }
-          EndDialog(innerWindow, 0);
-        },
-        outerWindow);
-    EndDialog(outerWindow, 0);
-  });
-}
-
 struct CommandCase {
   const char* name;
   WORD id;
@@ -164,6 +137,7 @@ struct CommandCase {
   LONG_PTR messageResult;     // DWLP_MSGRESULT afterwards; -5 stands for untouched
   INT_PTR dialogResult;       // 42: the dialog stayed open and the test ended it
   const char* handlerCalled;  // "OnOk", "OnCancel" or ""
+  bool modified;
 };
 
 void PrintTo(const CommandCase& c, std::ostream* out) { *out << c.name; }
@@ -179,6 +153,7 @@ TEST_P(OkCancelRuleTest, EndsOrStays) {
   LONG_PTR messageResult = 0;
   INT_PTR result = RunDialog(SampleTemplate(), handler, [&](HWND window) {
     SetWindowLongPtrW(window, DWLP_MSGRESULT, -5);
+    handler.MarkModified(false);
     log.clear();
     answer = DialogProcedure(window, WM_COMMAND, MAKEWPARAM(c.id, c.code), 0);
     messageResult = GetWindowLongPtrW(window, DWLP_MSGRESULT);
@@ -190,17 +165,19 @@ TEST_P(OkCancelRuleTest, EndsOrStays) {
   EXPECT_EQ(result, c.dialogResult);
   const bool called = std::find(log.begin(), log.end(), std::string("dlg:") + c.handlerCalled) != log.end();
   EXPECT_EQ(called, c.handlerCalled[0] != '\0');
+  EXPECT_EQ(handler.Modified(), c.modified);
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, OkCancelRuleTest,
-                         testing::Values(CommandCase{"OkYes", IDOK, 0, true, true, 1, 1, 1, "OnOk"},
-                                         CommandCase{"OkNo", IDOK, 0, false, true, 0, 0, 42, "OnOk"},
-                                         CommandCase{"CancelYes", IDCANCEL, 0, true, true, 1, 1, 2, "OnCancel"},
-                                         CommandCase{"CancelNo", IDCANCEL, 0, true, false, 0, 0, 42, "OnCancel"},
+                         testing::Values(CommandCase{"OkYes", IDOK, 0, true, true, 1, 1, 1, "OnOk", true},
+                                         CommandCase{"OkNo", IDOK, 0, false, true, 0, 0, 42, "OnOk", true},
+                                         CommandCase{"CancelYes", IDCANCEL, 0, true, true, 1, 1, 2, "OnCancel", true},
+                                         CommandCase{"CancelNo", IDCANCEL, 0, true, false, 0, 0, 42, "OnCancel", true},
                                          // Only code 0 reaches the rule; an accelerator's OK does not.
-                                         CommandCase{"OkAccelerator", IDOK, 1, true, true, 0, -5, 42, ""},
-                                         CommandCase{"OkChange", IDOK, EN_CHANGE, true, true, 0, -5, 42, ""},
-                                         CommandCase{"OtherId", 3, 0, true, true, 0, -5, 42, ""}),
+                                         CommandCase{"OkAccelerator", IDOK, 1, true, true, 0, -5, 42, "", true},
+                                         CommandCase{"OkChange", IDOK, EN_CHANGE, true, true, 0, -5, 42, "", true},
+                                         CommandCase{"EditFocus", kEdit, EN_SETFOCUS, true, true, 0, -5, 42, "", false},
+                                         CommandCase{"OtherId", 3, 0, true, true, 0, -5, 42, "", true}),
                          [](const testing::TestParamInfo<CommandCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -20,32 +20,14 @@ using namespace dialog_test;
 
 QWidget* Item(HWND dialog, int id) { return WidgetFromHandle(GetDlgItem(dialog, id)); }
 
-TEST(DialogInputTest, EscapeAndCloseBoxAreCancel) {
-  EventLog log;
-  RecordingHandler handler("dlg", &log);
-  handler.cancelAnswer = false;
-  INT_PTR result = RunDialog(SampleTemplate(), handler, [&](HWND dialog) {
-    QWidget* widget = WidgetFromHandle(dialog);
-    QTest::keyClick(Item(dialog, kEdit), Qt::Key_Escape);
-    // The close box asks the same question; refused, the window stays.
-    EXPECT_FALSE(widget->close());
-    EXPECT_TRUE(widget->isVisible());
-    handler.cancelAnswer = true;
-    widget->close();
-  });
-  EXPECT_EQ(result, IDCANCEL);
-  std::erase_if(log, [](const std::string& line) { return !line.starts_with("dlg:OnC"); });
-  EXPECT_EQ(log, (EventLog{"dlg:OnCommand 2 0", "dlg:OnCancel", "dlg:OnCommand 2 0", "dlg:OnCancel",
-                           "dlg:OnCommand 2 0", "dlg:OnCancel"}));
-}
-
-TEST(DialogInputTest, EnterPressesTheFocusedOrTheDefaultButton) {
+TEST(DialogInputTest, EnterPressesTheFocusedOrDefaultButtonEscapeAndCloseBoxCancel) {
   EventLog log;
   RecordingHandler handler("dlg", &log);
   handler.okAnswer = false;
-  RunDialog(SampleTemplate(), handler, [&](HWND dialog) {
+  handler.cancelAnswer = false;
+  INT_PTR result = RunDialog(SampleTemplate(), handler, [&](HWND dialog) {
+    QWidget* widget = WidgetFromHandle(dialog);
     Item(dialog, kApply)->setFocus();
-    log.clear();
     QTest::keyClick(Item(dialog, kApply), Qt::Key_Return);
     QWidget* edit = Item(dialog, kEdit);
     edit->setFocus();
@@ -53,11 +35,20 @@ TEST(DialogInputTest, EnterPressesTheFocusedOrTheDefaultButton) {
     // A disabled default button can't be pressed.
     EnableWindow(GetDlgItem(dialog, IDOK), FALSE);
     QTest::keyClick(edit, Qt::Key_Return);
-    // The edit's focus notices come when the window is active; they don't matter here.
-    std::erase_if(log, [](const std::string& line) { return line.starts_with("dlg:OnCommand 106 "); });
-    EXPECT_EQ(log, (EventLog{"dlg:OnCommand 111 0", "dlg:OnCommand 1 0", "dlg:OnOk"}));
-    EndDialog(dialog, 0);
+    QTest::keyClick(edit, Qt::Key_Escape);
+    // The close box asks the same question; refused, the window stays.
+    EXPECT_FALSE(widget->close());
+    EXPECT_TRUE(widget->isVisible());
+    handler.cancelAnswer = true;
+    widget->close();
   });
+  EXPECT_EQ(result, IDCANCEL);
+  // The edit's focus notices depend on the window being active; they don't matter here.
+  std::erase_if(log, [](const std::string& line) {
+    return line.starts_with("dlg:OnCommand 106 ") || !(line.starts_with("dlg:OnC") || line == "dlg:OnOk");
+  });
+  EXPECT_EQ(log, (EventLog{"dlg:OnCommand 111 0", "dlg:OnCommand 1 0", "dlg:OnOk", "dlg:OnCommand 2 0", "dlg:OnCancel",
+                           "dlg:OnCommand 2 0", "dlg:OnCancel", "dlg:OnCommand 2 0", "dlg:OnCancel"}));
 }
 
 TEST(DialogInputTest, MouseAndTypingSendNotifications) {
@@ -75,9 +66,6 @@ TEST(DialogInputTest, MouseAndTypingSendNotifications) {
     QTest::keyClicks(Item(dialog, kEdit), "42");
     // A text set by code changes the edit as well.
     SetDlgItemTextW(dialog, kEdit, u"12345-67890");
-    char16_t typed[32];
-    GetDlgItemTextW(dialog, kEdit, typed, 32);
-    EXPECT_EQ(WideString(typed), u"12345-67890");
     QTest::mouseClick(Item(dialog, IDCANCEL), Qt::LeftButton);
   });
   const std::string change = "dlg:OnCommand 106 " + std::to_string(EN_CHANGE);
@@ -132,12 +120,11 @@ TEST(MessageBoxTest, ShowsButtonsAndIconAndAnswers) {
   };
   const Case cases[] = {
       {MB_YESNO | MB_ICONQUESTION, QMessageBox::Question, 2, QMessageBox::No, IDNO},
-      {0x24, QMessageBox::Question, 2, QMessageBox::Yes, IDYES},
+      {MB_YESNO, QMessageBox::NoIcon, 2, QMessageBox::Yes, IDYES},
       {MB_ICONINFORMATION, QMessageBox::Information, 1, QMessageBox::Ok, IDOK},
       {MB_ICONWARNING, QMessageBox::Warning, 1, QMessageBox::NoButton, IDOK},
       {MB_OKCANCEL | MB_ICONERROR, QMessageBox::Critical, 2, QMessageBox::NoButton, IDCANCEL},
       {MB_RETRYCANCEL | MB_ICONSTOP, QMessageBox::Critical, 2, QMessageBox::Retry, IDRETRY},
-      {MB_OK, QMessageBox::NoIcon, 1, QMessageBox::Ok, IDOK},
   };
   ASSERT_TRUE(EnsureDialogApplication());
   for (const Case& c : cases) {
@@ -146,7 +133,6 @@ TEST(MessageBoxTest, ShowsButtonsAndIconAndAnswers) {
     QString text;
     int buttonCount = -1;
     QMessageBox::Icon icon = QMessageBox::NoIcon;
-    // Owned here, so that it never fires into a later round.
     QTimer answer;
     answer.setSingleShot(true);
     QObject::connect(&answer, &QTimer::timeout, [&] {

@@ -147,6 +147,14 @@ void Type(HWND dialog, int id, const WideString& text) {
   QTest::keyClicks(widget, QString::fromStdU16String(text));
 }
 
+void ActivateLink(HWND dialog, const char16_t* id, const char16_t* url, UINT code) {
+  NMLINK link{};
+  link.hdr.code = code;
+  std::char_traits<char16_t>::copy(link.item.szID, id, std::char_traits<char16_t>::length(id));
+  std::char_traits<char16_t>::copy(link.item.szUrl, url, std::char_traits<char16_t>::length(url));
+  SendMessageW(dialog, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&link));
+}
+
 void SaveScreenshot(HWND dialog, const std::string& name) {
   QWidget* widget = WidgetFromHandle(dialog);
   ASSERT_NE(widget, nullptr);

@@ -14,7 +14,8 @@
 
 #include "collector_process.h"
 #include "dialog_test_support.h"
-#include "dialogs/window_types.h"
+#include "dialogs/crash_report_resources.h"
+#include "dialogs/window_api.h"
 #include "shell/wide_string.h"
 #include "test_root.h"
 
@@ -94,6 +95,8 @@ bool Checked(HWND dialog, int id);
 WideString Text(HWND dialog, int id);
 void Click(HWND dialog, int id);                         // a real mouse click
 void Type(HWND dialog, int id, const WideString& text);  // replaces the text by typing
+// A link activation as the link control sends it.
+void ActivateLink(HWND dialog, const char16_t* id, const char16_t* url = u"", UINT code = NM_CLICK);
 
 // Saves a picture of the dialog as <build dir>/screenshots/<name>.png; the
 // pictures kept in docs/screenshots are copies of these.

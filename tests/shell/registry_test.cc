@@ -76,7 +76,6 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"escapes", kApp, u"Quoted", u"say \"hi\" to C:\\dir"},
         ReadCase{"current user", u"\\\\HKCU\\SOFTWARE\\Vendor\\App", u"Path", u"user path"},
         ReadCase{"lower-case prefix falls to the machine", u"\\\\hkcu\\SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
-        ReadCase{"unknown prefix falls to the machine", u"XXXXXX\\SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
         ReadCase{"bar as seventh character", u"\\\\HKLM|SOFTWARE\\Vendor\\App", u"Path", u"/opt/vendor"},
         ReadCase{"six characters open the root", u"\\\\HKLM", u"AtRoot", u"root value"},
         ReadCase{"empty form is the machine root", u"", u"AtRoot", u"root value"},
