@@ -162,8 +162,6 @@ TEST_F(SettingsDialogTest, ArticleLinkViewFilesAndDeleteNeedsYes) {
   ASSERT_TRUE(act.fired());
   EXPECT_EQ(opened, (std::vector<std::string>{ExpectedKbAddress(),
                                               "file://" + root_.path() + "/var/lib/Marlowen/Crash%20Reports"}));
-  EXPECT_EQ(testing_support::ReadFileText(InFolder("MarlowenErrorReporting.url")),
-            "[InternetShortcut]\r\nURL=" + ExpectedKbAddress());
   EXPECT_EQ(counts, (std::vector<WideString>{CountText(2), CountText(1), CountText(1), CountText(0)}));
   ASSERT_EQ(boxes.size(), 2u);
   EXPECT_EQ(boxes[1].text, u"Are you sure you want to delete these error reports?");
