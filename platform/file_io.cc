@@ -10,7 +10,8 @@ bool ReadWholeFile(const std::string& path, std::string& contents) {
   contents.clear();
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
-  char chunk[65536];
+  // Small: this also runs inside fault handlers, on an alternate signal stack.
+  char chunk[4096];
   for (;;) {
     const ssize_t n = read(fd, chunk, sizeof chunk);
     if (n < 0 && errno == EINTR) continue;

@@ -27,6 +27,7 @@ if [ "${ML_SKIP_SANITIZERS:-0}" != "1" ]; then
   # processes in ways the sanitizer runtime cannot take part in.
   export ASAN_OPTIONS="handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0:handle_abort=0:allow_user_segv_handler=1:detect_leaks=1:abort_on_error=0"
   export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+  export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp"
   (cd build-asan && ctest -j"$jobs" --timeout 600 -LE nosan)
 fi
 echo "== all tests passed"

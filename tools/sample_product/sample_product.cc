@@ -118,7 +118,7 @@ void CrashOnSecondThread() {
 }
 
 // Both threads leave the barrier within moments of each other and fault.
-[[gnu::noinline]] void FaultTogether() {
+[[gnu::noinline, gnu::no_sanitize("undefined")]] void FaultTogether() {
   g_threadsAtBarrier.fetch_add(1);
   while (g_threadsAtBarrier.load() < 2) {
   }
