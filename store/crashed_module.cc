@@ -37,6 +37,27 @@ WideString FourParts(std::uint32_t mostSignificant, std::uint32_t leastSignifica
                       leastSignificant >> 16, leastSignificant & 0xFFFF);
 }
 
+// Everything behind the crash address: the same in both versions.
+void ReadModuleFacts(ByteStream& stream, CrashedModuleT& record) {
+  ReadString(stream, record.moduleName);
+  ReadString(stream, record.commandLine);
+  ReadString(stream, record.fileVersion);
+  ReadString(stream, record.productVersion);
+  ReadPath(stream, record.fileName);
+  ReadFileTime(stream, record.creationTime);
+  ReadU32(stream, record.handleCount);
+  ReadU32(stream, record.threadCount);
+  ReadU32(stream, record.pageFaultCount);
+  ReadU32(stream, record.peakWorkingSetSize);
+  ReadU32(stream, record.workingSetSize);
+  ReadU32(stream, record.quotaPeakPagedPoolUsage);
+  ReadU32(stream, record.quotaPagedPoolUsage);
+  ReadU32(stream, record.quotaPeakNonPagedPoolUsage);
+  ReadU32(stream, record.quotaNonPagedPoolUsage);
+  ReadU32(stream, record.pageFileUsage);
+  ReadU32(stream, record.peakPageFileUsage);
+}
+
 }  // namespace
 
 CrashedModuleT::CrashedModuleT(bool collect) {
@@ -151,46 +172,15 @@ bool CrashedModuleT::Read(ByteStream& stream) {
   ReadString(stream, reportName);
   ReadString(stream, exceptionType);
   ReadString(stream, crashAddress);
-  ReadString(stream, moduleName);
-  ReadString(stream, commandLine);
-  ReadString(stream, fileVersion);
-  ReadString(stream, productVersion);
-  ReadPath(stream, fileName);
-  ReadFileTime(stream, creationTime);
-  ReadU32(stream, handleCount);
-  ReadU32(stream, threadCount);
-  ReadU32(stream, pageFaultCount);
-  ReadU32(stream, peakWorkingSetSize);
-  ReadU32(stream, workingSetSize);
-  ReadU32(stream, quotaPeakPagedPoolUsage);
-  ReadU32(stream, quotaPagedPoolUsage);
-  ReadU32(stream, quotaPeakNonPagedPoolUsage);
-  ReadU32(stream, quotaNonPagedPoolUsage);
-  ReadU32(stream, pageFileUsage);
-  ReadU32(stream, peakPageFileUsage);
+  ReadModuleFacts(stream, *this);
   return true;
 }
 
+// Version 1 is version 2 without the crash address.
 bool CrashedModuleT::ReadVersion1(ByteStream& stream) {
   ReadString(stream, reportName);
   ReadString(stream, exceptionType);
-  ReadString(stream, moduleName);
-  ReadString(stream, commandLine);
-  ReadString(stream, fileVersion);
-  ReadString(stream, productVersion);
-  ReadPath(stream, fileName);
-  ReadFileTime(stream, creationTime);
-  ReadU32(stream, handleCount);
-  ReadU32(stream, threadCount);
-  ReadU32(stream, pageFaultCount);
-  ReadU32(stream, peakWorkingSetSize);
-  ReadU32(stream, workingSetSize);
-  ReadU32(stream, quotaPeakPagedPoolUsage);
-  ReadU32(stream, quotaPagedPoolUsage);
-  ReadU32(stream, quotaPeakNonPagedPoolUsage);
-  ReadU32(stream, quotaNonPagedPoolUsage);
-  ReadU32(stream, pageFileUsage);
-  ReadU32(stream, peakPageFileUsage);
+  ReadModuleFacts(stream, *this);
   return true;
 }
 

@@ -27,28 +27,6 @@ bool IsContainer(const xc::DOMNode* node) {
          xc::XMLString::equals(tag, kStringTag);
 }
 
-bool IsBlankText(const xc::DOMNode* node) {
-  if (node->getNodeType() != xc::DOMNode::TEXT_NODE) return false;
-  for (const XMLCh* c = node->getNodeValue(); c && *c; ++c) {
-    if (*c != u' ' && *c != u'\t' && *c != u'\r' && *c != u'\n') return false;
-  }
-  return true;
-}
-
-void DropLayoutWhitespace(xc::DOMNode* node) {
-  const bool container = IsContainer(node);
-  xc::DOMNode* child = node->getFirstChild();
-  while (child) {
-    xc::DOMNode* next = child->getNextSibling();
-    if (container && IsBlankText(child)) {
-      node->removeChild(child)->release();
-    } else if (IsContainer(child)) {
-      DropLayoutWhitespace(child);
-    }
-    child = next;
-  }
-}
-
 void AppendText(const xc::DOMNode* node, WideString& out, std::size_t limit) {
   for (const xc::DOMNode* child = node->getFirstChild(); child && out.size() < limit;
        child = child->getNextSibling()) {
@@ -86,7 +64,7 @@ xc::DOMDocument* ParseLocaleFile(const std::string& utf8Path) {
   }
   if (errors.errors() > 0 || parser.getErrorCount() > 0) return nullptr;
   xc::DOMDocument* document = parser.adoptDocument();
-  if (document) DropLayoutWhitespace(document);
+  if (document) DropLayoutWhitespace(document, IsContainer);
   return document;
 }
 

@@ -38,21 +38,22 @@ bool IsBlankText(const xc::DOMNode* node) {
   return true;
 }
 
-void DropLayoutWhitespace(xc::DOMNode* node) {
-  const bool container = IsContainer(node);
+}  // namespace
+
+void DropLayoutWhitespace(xc::DOMNode* node, bool (*isContainer)(const xc::DOMNode*)) {
+  const bool container = isContainer(node);
   xc::DOMNode* child = node->getFirstChild();
   while (child) {
     xc::DOMNode* next = child->getNextSibling();
     if (container && IsBlankText(child)) {
       node->removeChild(child)->release();
     } else if (child->getNodeType() == xc::DOMNode::ELEMENT_NODE) {
-      DropLayoutWhitespace(child);
+      DropLayoutWhitespace(child, isContainer);
     }
     child = next;
   }
 }
 
-}  // namespace
 
 SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& document) {
   document = nullptr;
@@ -79,7 +80,7 @@ SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& d
   if (errors.errors() > 0 || parser.getErrorCount() > 0) return SettingsParse::kNotWhole;
   document = parser.adoptDocument();
   if (!document) return SettingsParse::kNotWhole;
-  DropLayoutWhitespace(document);
+  DropLayoutWhitespace(document, IsContainer);
   return SettingsParse::kParsed;
 }
 

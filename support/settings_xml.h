@@ -26,6 +26,11 @@ enum class SettingsParse {
 // keeps its layout instead of gaining blank lines.
 SettingsParse ParseSettingsFile(const std::string& utf8Path, XERCES_CPP_NAMESPACE::DOMDocument*& document);
 
+// Removes blank text (layout) from the elements that isContainer accepts,
+// through the whole tree below node.
+void DropLayoutWhitespace(XERCES_CPP_NAMESPACE::DOMNode* node,
+                          bool (*isContainer)(const XERCES_CPP_NAMESPACE::DOMNode*));
+
 // A new document with only the empty root element `rootTag`; null on failure.
 XERCES_CPP_NAMESPACE::DOMDocument* NewSettingsDocument(const char16_t* rootTag);
 
