@@ -7,11 +7,8 @@
 #include <cstdio>
 
 #include <xercesc/dom/DOM.hpp>
-#include <xercesc/framework/MemBufInputSource.hpp>
-#include <xercesc/parsers/XercesDOMParser.hpp>
 
 #include "platform/file_io.h"
-#include "platform/xml_platform.h"
 #include "support/settings_xml.h"
 
 namespace Marlowen {
@@ -44,28 +41,8 @@ void AppendText(const xc::DOMNode* node, WideString& out, std::size_t limit) {
 }  // namespace
 
 xc::DOMDocument* ParseLocaleFile(const std::string& utf8Path) {
-  std::string bytes;
-  if (!platform::ReadWholeFile(utf8Path, bytes) || bytes.empty() || !InitializeXmlPlatform()) return nullptr;
-  xc::XercesDOMParser parser;
-  parser.setValidationScheme(xc::XercesDOMParser::Val_Never);
-  parser.setDoNamespaces(false);
-  parser.setLoadExternalDTD(false);
-  parser.setCreateEntityReferenceNodes(false);
-  // A translation file has no business pulling in other files.
-  parser.setDisableDefaultEntityResolution(true);
-  CountingErrorHandler errors;
-  parser.setErrorHandler(&errors);
-  xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
-                               "locale", false);
-  try {
-    parser.parse(source);
-  } catch (...) {
-    return nullptr;
-  }
-  if (errors.errors() > 0 || parser.getErrorCount() > 0) return nullptr;
-  xc::DOMDocument* document = parser.adoptDocument();
-  if (document) DropLayoutWhitespace(document, IsContainer);
-  return document;
+  xc::DOMDocument* document = nullptr;
+  return ParseXmlFile(utf8Path, IsContainer, document) == SettingsParse::kParsed ? document : nullptr;
 }
 
 xc::DOMDocument* NewLocaleDocument() {

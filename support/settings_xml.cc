@@ -55,7 +55,8 @@ void DropLayoutWhitespace(xc::DOMNode* node, bool (*isContainer)(const xc::DOMNo
 }
 
 
-SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& document) {
+SettingsParse ParseXmlFile(const std::string& utf8Path, bool (*isContainer)(const xc::DOMNode*),
+                           xc::DOMDocument*& document) {
   document = nullptr;
   std::string bytes;
   if (!platform::ReadWholeFile(utf8Path, bytes)) return SettingsParse::kNoFile;
@@ -66,12 +67,11 @@ SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& d
   parser.setDoNamespaces(false);
   parser.setLoadExternalDTD(false);
   parser.setCreateEntityReferenceNodes(false);
-  // A settings file has no business pulling in other files.
+  // A settings or translation file has no business pulling in other files.
   parser.setDisableDefaultEntityResolution(true);
   CountingErrorHandler errors;
   parser.setErrorHandler(&errors);
-  xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(),
-                               "settings", false);
+  xc::MemBufInputSource source(reinterpret_cast<const XMLByte*>(bytes.data()), bytes.size(), "file", false);
   try {
     parser.parse(source);
   } catch (...) {
@@ -80,8 +80,12 @@ SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& d
   if (errors.errors() > 0 || parser.getErrorCount() > 0) return SettingsParse::kNotWhole;
   document = parser.adoptDocument();
   if (!document) return SettingsParse::kNotWhole;
-  DropLayoutWhitespace(document, IsContainer);
+  DropLayoutWhitespace(document, isContainer);
   return SettingsParse::kParsed;
+}
+
+SettingsParse ParseSettingsFile(const std::string& utf8Path, xc::DOMDocument*& document) {
+  return ParseXmlFile(utf8Path, IsContainer, document);
 }
 
 xc::DOMDocument* NewSettingsDocument(const char16_t* rootTag) {

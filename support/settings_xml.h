@@ -22,8 +22,13 @@ enum class SettingsParse {
 
 // Parses the file at `utf8Path`. On kParsed, `document` receives a document
 // that the caller owns (release()); otherwise it is null. Whitespace-only
-// text between elements of the store is dropped, so that a rewritten file
-// keeps its layout instead of gaining blank lines.
+// text inside the elements that isContainer accepts is dropped, so that a
+// rewritten file keeps its layout instead of gaining blank lines. Serves the
+// settings store and the localization files alike.
+SettingsParse ParseXmlFile(const std::string& utf8Path, bool (*isContainer)(const XERCES_CPP_NAMESPACE::DOMNode*),
+                           XERCES_CPP_NAMESPACE::DOMDocument*& document);
+
+// ParseXmlFile with the settings store's containers.
 SettingsParse ParseSettingsFile(const std::string& utf8Path, XERCES_CPP_NAMESPACE::DOMDocument*& document);
 
 // Removes blank text (layout) from the elements that isContainer accepts,
