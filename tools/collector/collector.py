@@ -97,6 +97,7 @@ class Collector:
         self._exit_code = EXIT_OK
         self._last_control_error = None
         self._last_switch_error = None
+        self._switch_lock = threading.Lock()
 
     @staticmethod
     def _server_context(certificate, key):
@@ -171,6 +172,15 @@ class Collector:
 
     def apply_modes(self):
         """Makes the listeners refuse or serve as the behaviour in force says."""
+        # The watch loop and a control request both come here. Reading the
+        # behaviour and switching the ports is one step: otherwise the loop
+        # can read "refuse", a control request switch to "serve" and answer,
+        # and the loop's stale "refuse" land after it, refusing the client
+        # that was just told the port serves.
+        with self._switch_lock:
+            self._apply_modes_locked()
+
+    def _apply_modes_locked(self):
         try:
             current = self.behaviour()
         except bh.BehaviourError as e:
