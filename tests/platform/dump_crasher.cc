@@ -4,7 +4,7 @@
 //
 //   ml_dump_crasher DUMP TYPE [--threads N] [--heap-marker] [--hold-malloc-lock]
 //                             [--no-trace] [--file-limit BYTES] [--only-crashing-thread]
-//                             [--overflow]
+//                             [--overflow] [--red-zone]
 //
 // It reports to its parent through stdout (one fact a line, written before
 // the crash) and its exit status: 42 when MiniDumpWriteDump succeeded, 43
@@ -143,6 +143,24 @@ __attribute__((noinline)) uint64_t OverflowTheStack(uint64_t depth) {
   return OverflowTheStack(depth + 1) + frame[0] + frame[63];
 }
 
+// A leaf function keeps live values in the 128 bytes below the stack
+// pointer without moving it. Writes a marker into each of the 16 slots there,
+// slot i holding kRedZoneMarker + i at rsp - 8 * (i + 1), then faults without
+// touching rsp, as such a function would.
+__attribute__((noinline)) void CrashWithLiveRedZone() {
+  __asm__ volatile(
+      "movabs $0x52454452454430, %%rax\n"
+      "mov $-8, %%rcx\n"
+      "1:\n"
+      "mov %%rax, (%%rsp,%%rcx)\n"
+      "inc %%rax\n"
+      "sub $8, %%rcx\n"
+      "cmp $-136, %%rcx\n"
+      "jne 1b\n"
+      "movl $1, 0x40\n" ::
+          : "rax", "rcx", "memory");
+}
+
 __attribute__((noinline)) void CrashInNamedFunction() {
   *reinterpret_cast<volatile int*>(0x40) = 1;
   __asm__ volatile("" ::: "memory");
@@ -155,7 +173,7 @@ int main(int argc, char** argv) {
   g_dumpPath = argv[1];
   g_dumpType = static_cast<MINIDUMP_TYPE>(std::strtoul(argv[2], nullptr, 0));
   int threads = 0;
-  bool heapMarker = false, holdLock = false, noTrace = false, overflow = false;
+  bool heapMarker = false, holdLock = false, noTrace = false, overflow = false, redZone = false;
   for (int i = 3; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--threads" && i + 1 < argc) threads = std::atoi(argv[++i]);
@@ -164,6 +182,7 @@ int main(int argc, char** argv) {
     if (arg == "--no-trace") noTrace = true;
     if (arg == "--only-crashing-thread") g_onlyCrashingThread = true;
     if (arg == "--overflow") overflow = true;
+    if (arg == "--red-zone") redZone = true;
     if (arg == "--file-limit" && i + 1 < argc) {
       // Writing past the limit fails with EFBIG instead of killing us.
       signal(SIGXFSZ, SIG_IGN);
@@ -204,6 +223,7 @@ int main(int argc, char** argv) {
   Say("crash-thread " + std::to_string(syscall(SYS_gettid)));
   if (holdLock) StartLockHolder();
   if (overflow) return static_cast<int>(OverflowTheStack(0));
+  if (redZone) CrashWithLiveRedZone();
   CrashInNamedFunction();
   return 0;
 }

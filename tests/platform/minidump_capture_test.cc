@@ -362,6 +362,27 @@ TEST(MinidumpRobustness, StackOverflowKeepsTheStackAboveTheGuard) {
   EXPECT_TRUE(dump.MemoryContains(0x4f564552464c4f57ULL));
 }
 
+// The crashing function wrote kRedZoneMarker + i at rsp - 8 * (i + 1) and
+// faulted without moving rsp: a debugger needs those 128 bytes for its locals.
+TEST(MinidumpRobustness, CrashingThreadKeepsTheRedZoneBelowItsStackPointer) {
+  constexpr uint64_t kRedZoneMarker = 0x52454452454430ULL;
+  testing_support::TestRoot root;
+  Crash crash = RunCrasher(root.Path("redzone.dmp"), "0x104", {"--red-zone"});
+  ASSERT_EQ(crash.exitStatus, kDumpWritten);
+  MinidumpFile dump;
+  std::string error;
+  ASSERT_TRUE(dump.Open(crash.dumpPath, &error)) << error;
+  ASSERT_EQ(dump.threads().size(), 1u);
+  const auto& thread = dump.threads()[0];
+  const std::string below = dump.ReadMemory(thread.rsp - 128, 128);
+  ASSERT_EQ(below.size(), 128u) << "the dump holds no bytes below rsp";
+  for (uint64_t slot = 0; slot < 16; ++slot) {
+    uint64_t value = 0;
+    std::memcpy(&value, below.data() + 128 - 8 * (slot + 1), sizeof(value));
+    EXPECT_EQ(value, kRedZoneMarker + slot) << "rsp - " << 8 * (slot + 1);
+  }
+}
+
 TEST(MinidumpRobustness, CutOffDumpCarriesNoSignature) {
   testing_support::TestRoot root;
   constexpr int kLimit = 20000;  // well short of a whole dump
