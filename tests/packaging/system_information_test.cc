@@ -4,6 +4,8 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -159,6 +161,24 @@ TEST(SystemInformationTest, FiguresAgreeWithTheKernel) {
   EXPECT_LE(info.memoryLoad, 100u);
   EXPECT_GT(info.totalVirtual, info.availableVirtual);
   EXPECT_GT(info.availableVirtual, 0u);
+}
+
+// The revision word holds the model in its high byte and the stepping in its
+// low byte, read here from the first processor's block of /proc/cpuinfo.
+TEST(SystemInformationTest, RevisionIsModelThenStepping) {
+  std::ifstream cpuInfo("/proc/cpuinfo");
+  std::map<std::string, std::string> first;
+  for (std::string line; std::getline(cpuInfo, line) && !line.empty();) {
+    const auto colon = line.find(':');
+    if (colon == std::string::npos) continue;
+    std::string key = line.substr(0, colon);
+    key.erase(key.find_last_not_of(" \t") + 1);
+    first.emplace(key, line.substr(colon + 1));
+  }
+  if (!first.count("model") || !first.count("stepping")) GTEST_SKIP() << "no model and stepping on this processor";
+  const unsigned model = std::stoul(first["model"]), stepping = std::stoul(first["stepping"]);
+  EXPECT_EQ(SystemInformationT().processorRevision, ((model & 0xFF) << 8) | (stepping & 0xFF))
+      << "model " << model << ", stepping " << stepping;
 }
 
 }  // namespace
