@@ -121,10 +121,13 @@ TEST_F(RegistryFileTest, ReadsUtf16AndOldFormatAndLaterDefinitionsWin) {
                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"first\"\n\"W\"=\"kept\"\n"
                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\n\"V\"=\"second\"\n\"W\"=-\n"
                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\B\\C]\n\"V\"=\"c\"\n"
+                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\B.exe]\n\"V\"=\"sibling\"\n"
                 "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\B]\n");
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\A", u"V"), u"second");
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\A", u"W"), u"");
+  // A deleted key takes its subkeys, not the keys whose names merely begin with its own.
   EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\B\\C", u"V"), u"");
+  EXPECT_EQ(ReadRegistryString(u"\\\\HKLM\\SOFTWARE\\B.exe", u"V"), u"sibling");
 }
 
 TEST_F(RegistryFileTest, WriterCreatesAFileOrChangesOnlyItsOwnLines) {
